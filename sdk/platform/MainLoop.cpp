@@ -1,0 +1,139 @@
+#include "platform/MainLoop.h"
+
+#include <glib.h>
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace vrq {
+namespace {
+
+// The process's initial thread: static initialisation runs there.
+const std::thread::id g_initialThread = std::this_thread::get_id();
+
+gboolean runTask(gpointer data)
+{
+    auto* task = static_cast<std::function<void()>*>(data);
+    (*task)();
+    return G_SOURCE_REMOVE;
+}
+
+void deleteTask(gpointer data)
+{
+    delete static_cast<std::function<void()>*>(data);
+}
+
+// A small fixed pool that stands for the global default-priority queue. It
+// lives for the whole process: threads are never joined, so tasks still
+// queued at exit are simply not run.
+class GlobalPool {
+public:
+    static GlobalPool& shared()
+    {
+        static auto* pool = new GlobalPool(2);
+        return *pool;
+    }
+
+    void async(std::function<void()> task)
+    {
+        {
+            std::lock_guard lock(m_mutex);
+            m_tasks.push_back(std::move(task));
+        }
+        m_wake.notify_one();
+    }
+
+private:
+    explicit GlobalPool(int threads)
+    {
+        for (int i = 0; i < threads; ++i)
+            std::thread([this] { run(); }).detach();
+    }
+
+    void run()
+    {
+        for (;;) {
+            std::function<void()> task;
+            {
+                std::unique_lock lock(m_mutex);
+                m_wake.wait(lock, [this] { return !m_tasks.empty(); });
+                task = std::move(m_tasks.front());
+                m_tasks.pop_front();
+            }
+            task();
+        }
+    }
+
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    std::deque<std::function<void()>> m_tasks;
+};
+
+} // namespace
+
+bool isMainThread()
+{
+    GMainContext* context = g_main_context_default();
+    if (g_main_context_is_owner(context))
+        return true;
+    if (std::this_thread::get_id() != g_initialThread)
+        return false;
+    // The initial thread counts while no other thread iterates the context.
+    if (!g_main_context_acquire(context))
+        return false;
+    g_main_context_release(context);
+    return true;
+}
+
+void assertMainThread()
+{
+    if (!isMainThread())
+        throw VRQAssertionError("need run on main thread.");
+}
+
+void dispatchMainAsync(std::function<void()> fn)
+{
+    // An idle source rather than g_main_context_invoke, which would run fn at
+    // once when called on the main thread. Sources of one priority run in the
+    // order they were attached.
+    auto* task = new std::function<void()>(std::move(fn));
+    GSource* source = g_idle_source_new();
+    g_source_set_priority(source, G_PRIORITY_DEFAULT);
+    g_source_set_callback(source, runTask, task, deleteTask);
+    g_source_attach(source, nullptr);
+    g_source_unref(source);
+}
+
+void dispatchGlobalAsync(std::function<void()> fn)
+{
+    GlobalPool::shared().async(std::move(fn));
+}
+
+bool runMainLoopUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout)
+{
+    GMainContext* context = g_main_context_default();
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    // A periodic wake-up so that a predicate that depends on other threads is re-checked.
+    GSource* tick = g_timeout_source_new(5);
+    g_source_set_callback(tick, [](gpointer) -> gboolean { return G_SOURCE_CONTINUE; }, nullptr, nullptr);
+    g_source_attach(tick, context);
+    bool done = predicate();
+    while (!done && std::chrono::steady_clock::now() < deadline) {
+        g_main_context_iteration(context, TRUE);
+        done = predicate();
+    }
+    g_source_destroy(tick);
+    g_source_unref(tick);
+    return done;
+}
+
+std::int64_t nowMs()
+{
+    using namespace std::chrono;
+    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+}
+
+} // namespace vrq

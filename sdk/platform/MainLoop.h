@@ -1,0 +1,37 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
+
+namespace vrq {
+
+// Thrown when an operation that must run on the main thread is called elsewhere.
+class VRQAssertionError : public std::logic_error {
+public:
+    using std::logic_error::logic_error;
+};
+
+// The main thread is the one that iterates GLib's default main context (for
+// example inside g_main_loop_run or runMainLoopUntil), or the process's initial
+// thread while no other thread owns that context.
+bool isMainThread();
+
+// Throws VRQAssertionError("need run on main thread.") off the main thread.
+void assertMainThread();
+
+// Runs fn on the main thread at the next iteration of the default main context.
+void dispatchMainAsync(std::function<void()> fn);
+
+// Runs fn on the shared default-priority pool (the global concurrent queue).
+void dispatchGlobalAsync(std::function<void()> fn);
+
+// Iterates the default main context on the calling thread until predicate()
+// is true or the timeout passes. Returns the predicate's last value.
+bool runMainLoopUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout);
+
+// Wall-clock milliseconds since 1970: the one source of times on the wire.
+std::int64_t nowMs();
+
+} // namespace vrq

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace vrq {
+
+// Reachability flag bits.
+enum ReachabilityFlags : std::uint32_t {
+    kReachabilityFlagsReachable = 1u << 1,
+    kReachabilityFlagsConnectionRequired = 1u << 2,
+    kReachabilityFlagsConnectionOnTraffic = 1u << 3,
+    kReachabilityFlagsInterventionRequired = 1u << 4,
+    kReachabilityFlagsConnectionOnDemand = 1u << 5,
+    kReachabilityFlagsIsWWAN = 1u << 18,
+};
+
+// Radio access technologies of a cellular link.
+namespace radio {
+inline constexpr const char* kGPRS = "GPRS";
+inline constexpr const char* kEdge = "Edge";
+inline constexpr const char* kWCDMA = "WCDMA";
+inline constexpr const char* kHSDPA = "HSDPA";
+inline constexpr const char* kHSUPA = "HSUPA";
+inline constexpr const char* kCDMA1x = "CDMA1x";
+inline constexpr const char* kCDMAEVDORev0 = "CDMAEVDORev0";
+inline constexpr const char* kCDMAEVDORevA = "CDMAEVDORevA";
+inline constexpr const char* kCDMAEVDORevB = "CDMAEVDORevB";
+inline constexpr const char* keHRPD = "eHRPD";
+inline constexpr const char* kLTE = "LTE";
+inline constexpr const char* kNRNSA = "NRNSA";
+inline constexpr const char* kNR = "NR";
+} // namespace radio
+
+// The machine's link state as reachability flags, from GIO's network monitor
+// and, where NetworkManager answers on D-Bus, its primary connection type.
+// Tests can inject flags and a radio technology; injected values win until cleared.
+class NetworkFlagsSource {
+public:
+    using ChangeHandler = std::function<void()>;
+
+    static NetworkFlagsSource& shared();
+
+    std::uint32_t currentFlags();
+    std::string currentRadioAccessTechnology(); // "" when unknown or not cellular
+
+    // Handlers run on the main thread after a change. Returns a token for removal.
+    int addChangeHandler(ChangeHandler handler);
+    void removeChangeHandler(int token);
+
+    // Test hooks. Injecting flags announces a change when they differ.
+    void injectFlags(std::optional<std::uint32_t> flags);
+    void injectRadioAccessTechnology(std::optional<std::string> technology);
+
+    struct Impl;
+
+private:
+    NetworkFlagsSource();
+    Impl* m_impl;
+};
+
+} // namespace vrq

@@ -1,0 +1,77 @@
+#include "platform/MainLoop.h"
+#include "platform/SerialQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+TEST(SerialQueueTest, RunsTasksInOrderOnOneThreadAndDrainsAtDestruction)
+{
+    std::vector<int> order;
+    std::thread::id first;
+    bool sameThread = true;
+    {
+        vrq::SerialQueue queue("test.serial");
+        for (int i = 0; i < 100; ++i)
+            queue.async([&, i] {
+                if (i == 0)
+                    first = std::this_thread::get_id();
+                sameThread = sameThread && std::this_thread::get_id() == first;
+                order.push_back(i);
+            });
+    }
+    ASSERT_EQ(order.size(), 100u);
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(order[static_cast<std::size_t>(i)], i);
+    EXPECT_TRUE(sameThread);
+}
+
+TEST(SerialQueueTest, MayBeDestroyedByItsOwnTask)
+{
+    auto queue = std::make_shared<vrq::SerialQueue>("test.self");
+    std::atomic<bool> ran{false};
+    auto* raw = queue.get();
+    raw->async([queue = std::move(queue), &ran]() mutable {
+        ran = true;
+        queue.reset();
+    });
+    for (int i = 0; i < 200 && !ran; ++i)
+        std::this_thread::sleep_for(5ms);
+    EXPECT_TRUE(ran);
+}
+
+TEST(MainLoopTest, DispatchMainAsyncRunsLaterInOrderOnTheMainThread)
+{
+    std::vector<int> order;
+    bool allOnMain = true;
+    vrq::dispatchGlobalAsync([&] {
+        for (int i = 0; i < 3; ++i)
+            vrq::dispatchMainAsync([&, i] {
+                allOnMain = allOnMain && vrq::isMainThread();
+                order.push_back(i);
+            });
+    });
+    vrq::dispatchMainAsync([&] { order.push_back(-1); });
+    EXPECT_TRUE(order.empty()) << "dispatchMainAsync must not run inline";
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return order.size() == 4; }, 2s));
+    EXPECT_TRUE(allOnMain);
+    EXPECT_EQ(order.front(), -1);
+}
+
+TEST(MainLoopTest, AssertionFailsOffTheMainThread)
+{
+    EXPECT_NO_THROW(vrq::assertMainThread());
+    std::string message;
+    std::thread([&] {
+        try {
+            vrq::assertMainThread();
+        } catch (const vrq::VRQAssertionError& error) {
+            message = error.what();
+        }
+    }).join();
+    EXPECT_EQ(message, "need run on main thread.");
+}
