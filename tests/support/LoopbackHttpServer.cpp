@@ -5,7 +5,18 @@
 namespace vrqtest {
 
 LoopbackHttpServer::LoopbackHttpServer()
+    : LoopbackHttpServer("127.0.0.1", 0)
+{
+}
+
+LoopbackHttpServer::LoopbackHttpServer(const std::string& host, int port)
     : m_server(std::make_unique<httplib::Server>())
+    , m_host(host)
+{
+    start(host, port);
+}
+
+void LoopbackHttpServer::start(const std::string& host, int port)
 {
     auto route = [this](const httplib::Request& request, httplib::Response& response) {
         record(request);
@@ -21,9 +32,16 @@ LoopbackHttpServer::LoopbackHttpServer()
         else
             response.set_content("{}", "application/json");
     };
+    // One request per connection, so that stopping never waits for an idle keep-alive.
+    m_server->set_keep_alive_max_count(1);
     m_server->Get(".*", route);
     m_server->Post(".*", route);
-    m_port = m_server->bind_to_any_port("127.0.0.1");
+    if (port == 0)
+        m_port = m_server->bind_to_any_port(host);
+    else
+        m_port = m_server->bind_to_port(host, port) ? port : -1;
+    if (m_port <= 0)
+        return;
     m_thread = std::thread([this] { m_server->listen_after_bind(); });
     while (!m_server->is_running())
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -31,13 +49,15 @@ LoopbackHttpServer::LoopbackHttpServer()
 
 LoopbackHttpServer::~LoopbackHttpServer()
 {
+    if (!m_thread.joinable())
+        return;
     m_server->stop();
     m_thread.join();
 }
 
 std::string LoopbackHttpServer::origin() const
 {
-    return "http://127.0.0.1:" + std::to_string(m_port);
+    return "http://" + m_host + ":" + std::to_string(m_port);
 }
 
 void LoopbackHttpServer::setHandler(const std::string& path, Handler handler)

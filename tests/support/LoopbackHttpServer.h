@@ -8,11 +8,7 @@
 #include <thread>
 #include <vector>
 
-namespace httplib {
-class Server;
-struct Request;
-struct Response;
-} // namespace httplib
+#include <httplib.h>
 
 namespace vrqtest {
 
@@ -32,10 +28,14 @@ public:
     using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
 
     LoopbackHttpServer();
+    // A fixed address and port, for endpoints whose port is part of the protocol.
+    // valid() is false when the port could not be bound.
+    LoopbackHttpServer(const std::string& host, int port);
+    bool valid() const { return m_port > 0; }
     ~LoopbackHttpServer();
 
     int port() const { return m_port; }
-    std::string origin() const; // http://127.0.0.1:PORT
+    std::string origin() const; // http://HOST:PORT
 
     // Replaces the default answer for one path (exact match, query ignored).
     void setHandler(const std::string& path, Handler handler);
@@ -48,7 +48,10 @@ public:
 private:
     void record(const httplib::Request& request);
 
+    void start(const std::string& host, int port);
+
     std::unique_ptr<httplib::Server> m_server;
+    std::string m_host;
     int m_port = 0;
     std::thread m_thread;
     mutable std::mutex m_mutex;

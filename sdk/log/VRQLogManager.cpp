@@ -1,0 +1,161 @@
+#include "log/VRQLogManager.h"
+
+#include "log/VRQLogDelegate.h"
+#include "log/VRQLogger.h"
+#include "monitor/VRQSDKMonitor.h"
+#include "platform/LogBackend.h"
+#include "platform/MainLoop.h"
+#include "platform/SerialQueue.h"
+#include "utils/VRQHttpHelper.h"
+#include "utils/VRQJsonHelpers.h"
+
+namespace {
+
+constexpr std::size_t kUploadBatchSize = 3;
+
+nlohmann::json sessionInfoFrom(const nlohmann::json& info)
+{
+    return {
+        {"request_id", vrq_stringForKey(info, "request_id", std::string()).value_or("")},
+        {"server_ip", vrq_stringForKey(info, "server_ip", std::string()).value_or("")},
+        {"user_id", vrq_stringForKey(info, "user_id", std::string()).value_or("")},
+    };
+}
+
+} // namespace
+
+VRQLogManager& VRQLogManager::sharedManager()
+{
+    // Never destroyed: log lines may still arrive from other threads while the process exits.
+    static auto* manager = new VRQLogManager;
+    return *manager;
+}
+
+VRQLogManager::VRQLogManager()
+    : m_uploadQueue(std::make_unique<vrq::SerialQueue>("vrqsdk.metric.upload"))
+    , m_sessionInfo(sessionInfoFrom(nlohmann::json::object()))
+{
+}
+
+VRQLogManager::~VRQLogManager()
+{
+    finitSDK();
+}
+
+bool VRQLogManager::beginInitLocked(const std::optional<nlohmann::json>& fieldTrials)
+{
+    if (m_hasInit)
+        return false;
+    m_hasInit = true;
+    if (fieldTrials)
+        m_fieldTrials = fieldTrials;
+    return true;
+}
+
+void VRQLogManager::initSDK(VRQLogDelegate* delegate, int minDebugLogLevel,
+                            const std::optional<nlohmann::json>& fieldTrials)
+{
+    std::lock_guard lock(m_mutex);
+    if (!beginInitLocked(fieldTrials))
+        return;
+    m_logger = std::make_unique<VRQLogger>();
+    m_logger->setLogDelegate(delegate);
+    m_logger->start(minDebugLogLevel);
+    vrq::logging::setMinDebugLogLevel(minDebugLogLevel);
+}
+
+void VRQLogManager::initSDK(const std::string& directory, std::size_t /*maxFileSize*/, int minDebugLogLevel,
+                            const std::optional<nlohmann::json>& fieldTrials)
+{
+    std::lock_guard lock(m_mutex);
+    if (!beginInitLocked(fieldTrials))
+        return;
+    // The size argument is ignored on purpose: files always rotate at kLogFileSize.
+    m_fileLogger = std::make_unique<vrq::logging::FileLogger>(directory, kLogFileSize);
+    m_fileLogger->setSeverity(minDebugLogLevel);
+    m_fileLogger->start();
+    vrq::logging::setMinDebugLogLevel(minDebugLogLevel);
+}
+
+void VRQLogManager::setLogDelegate(VRQLogDelegate* delegate, int minDebugLogLevel)
+{
+    std::lock_guard lock(m_mutex);
+    if (!m_logger) {
+        m_logger = std::make_unique<VRQLogger>();
+        m_logger->setLogDelegate(delegate);
+        m_logger->start(minDebugLogLevel);
+    } else {
+        m_logger->setLogDelegate(delegate);
+    }
+    vrq::logging::setMinDebugLogLevel(minDebugLogLevel);
+}
+
+void VRQLogManager::finitSDK()
+{
+    std::lock_guard lock(m_mutex);
+    if (m_fileLogger) {
+        m_fileLogger->stop();
+        m_fileLogger.reset();
+    }
+    if (m_logger)
+        m_logger->stop();
+    m_hasInit = false;
+}
+
+bool VRQLogManager::hasInit() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_hasInit;
+}
+
+std::optional<nlohmann::json> VRQLogManager::fieldTrials() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_fieldTrials;
+}
+
+std::string VRQLogManager::clientInfo() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_clientInfo;
+}
+
+void VRQLogManager::setClientInfo(const std::string& info)
+{
+    std::lock_guard lock(m_mutex);
+    m_clientInfo = info;
+}
+
+void VRQLogManager::updateSessionInfo(const nlohmann::json& info)
+{
+    // Applied on the upload queue, so records queued earlier keep the session they were made in.
+    m_uploadQueue->async([this, session = sessionInfoFrom(info)] { m_sessionInfo = session; });
+}
+
+void VRQLogManager::uploadLog(const std::string& line)
+{
+    m_uploadQueue->async([this, line, timestamp = vrq::nowMs()] {
+        nlohmann::json record = m_sessionInfo;
+        record["timestamp"] = timestamp;
+        record["content"] = line;
+        record["device_id"] = VRQSDKMonitor::vrqDeviceID();
+        m_uploadList.push_back(std::move(record));
+        // Posted right here rather than re-queued, so that every batch holds exactly three.
+        if (m_uploadList.size() >= kUploadBatchSize)
+            postPendingOnQueue();
+    });
+}
+
+void VRQLogManager::postMetricLog()
+{
+    m_uploadQueue->async([this] { postPendingOnQueue(); });
+}
+
+void VRQLogManager::postPendingOnQueue()
+{
+    if (m_uploadList.empty())
+        return;
+    nlohmann::json body = {{"metric", "cg_client_log"}, {"bulk", std::move(m_uploadList)}};
+    m_uploadList.clear();
+    VRQHttpHelper::postMetricLogs(body);
+}
