@@ -97,8 +97,11 @@ void VRQLogManager::finitSDK()
         m_fileLogger->stop();
         m_fileLogger.reset();
     }
-    if (m_logger)
+    // The callback logger is dropped too, so that a delegate set after this starts a new one.
+    if (m_logger) {
         m_logger->stop();
+        m_logger.reset();
+    }
     m_hasInit = false;
 }
 

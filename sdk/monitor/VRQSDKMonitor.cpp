@@ -330,6 +330,8 @@ void VRQSDKMonitor::updateTotalTrans(const std::string& text)
     }
     if (cliSend == 0 || srvRecv == 0 || srvSend == 0)
         return;
+    // The 32-bit result goes into the unsigned field as it is: a negative time
+    // wraps, and the server reads it in that form.
     const auto total = static_cast<std::int32_t>((cliRecv - cliSend) - (srvSend - srvRecv));
     m_reportObj->setTotalTransMS(static_cast<std::uint64_t>(static_cast<std::int64_t>(total)));
 }
