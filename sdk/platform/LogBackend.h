@@ -13,16 +13,22 @@ namespace vrq::logging {
 enum : int { kVerbose = 0, kInfo = 1, kWarning = 2, kError = 3, kNone = 4 };
 
 // Writes a line at a severity to every started logger, if the severity is at
-// least the global minimum. Callable from any thread.
+// least the global minimum and the logger's own severity. A minimum of kNone
+// silences everything. Callable from any thread, also from a log handler.
 void logEx(int severity, std::string_view line);
+// Clamped to kVerbose..kNone. The default is kInfo.
 void setMinDebugLogLevel(int severity);
 int minDebugLogLevel();
+// Pushes buffered file output to disk.
 void flushAll();
 // The last component of a source path.
 std::string_view fileName(std::string_view path);
 
-// Rotating files in a directory. A directory that cannot be created, or a
-// disk that is full, makes the file logger silent; other loggers go on.
+// Rotating files in a directory, created on start. Lines go to
+// currentFile(); when it would grow past maxFileSize it becomes
+// "<name>.1.log", older files shift up and the oldest of a few is dropped.
+// A directory that cannot be created, or a disk that is full, makes the file
+// logger silent; other loggers go on. Thread-safe.
 class FileLogger {
 public:
     FileLogger(std::filesystem::path directory, std::size_t maxFileSize);
@@ -38,7 +44,15 @@ private:
     std::shared_ptr<Impl> m_impl;
 };
 
-// Hands each line to a handler, on the thread that logged it.
+// Hands each line to a handler, on the thread that logged it, with its
+// severity (anything outside 0..4 as 0). No lock is held during the call, so
+// the handler may log and may start or stop loggers. A line that a handler
+// logs is not handed back to that same handler.
+//
+// start() and stop() replace the handler, then wait until calls of the
+// previous handler on other threads have returned: once they return, the
+// previous handler is never called again. A handler must therefore not wait
+// for a thread that is starting or stopping its logger. Thread-safe.
 class CallbackLogger {
 public:
     using Handler = std::function<void(int severity, const std::string& line)>;

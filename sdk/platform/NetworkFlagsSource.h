@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace vrq {
 
@@ -37,20 +38,32 @@ inline constexpr const char* kNR = "NR";
 // The machine's link state as reachability flags, from GIO's network monitor
 // and, where NetworkManager answers on D-Bus, its primary connection type.
 // Tests can inject flags and a radio technology; injected values win until cleared.
+// The shared instance lives for the whole process; every method is thread-safe.
 class NetworkFlagsSource {
 public:
     using ChangeHandler = std::function<void()>;
 
+    // Link states, as GIO's network monitor reports them.
+    enum class Connectivity { Local = 1, Limited = 2, Portal = 3, Full = 4 };
+
+    // The first call starts watching the network on the main context.
     static NetworkFlagsSource& shared();
+
+    // The flags for a link state: the mapping currentFlags() applies.
+    // primaryConnectionType is NetworkManager's type name ("" when unknown).
+    static std::uint32_t flagsFor(bool networkAvailable, Connectivity connectivity,
+                                  std::string_view primaryConnectionType);
 
     std::uint32_t currentFlags();
     std::string currentRadioAccessTechnology(); // "" when unknown or not cellular
 
-    // Handlers run on the main thread after a change. Returns a token for removal.
+    // Handlers run on the main thread, in the order they were added, after the
+    // flags changed. Returns a token for removal. A handler removed while a
+    // change is being announced is not called any more.
     int addChangeHandler(ChangeHandler handler);
     void removeChangeHandler(int token);
 
-    // Test hooks. Injecting flags announces a change when they differ.
+    // Test hooks. Injecting flags announces a change when the current flags differ.
     void injectFlags(std::optional<std::uint32_t> flags);
     void injectRadioAccessTechnology(std::optional<std::string> technology);
 
