@@ -14,6 +14,11 @@ namespace {
 // The process's initial thread: static initialisation runs there.
 const std::thread::id g_initialThread = std::this_thread::get_id();
 
+// The default context (and its wakeup descriptor) is made before any other
+// thread exists. Made lazily, its creation and a later wake-up from another
+// thread are ordered only by GLib's own locks, which race detectors cannot see.
+GMainContext* const g_defaultContext = g_main_context_default();
+
 // Tasks for the main thread wait in a queue of our own, guarded by a
 // std::mutex: the hand-off is then visible to ThreadSanitizer, which cannot
 // see GLib's internal locks. One idle source at a time drains the queue.
@@ -114,7 +119,7 @@ private:
 
 bool isMainThread()
 {
-    GMainContext* context = g_main_context_default();
+    GMainContext* context = g_defaultContext;
     if (g_main_context_is_owner(context))
         return true;
     if (std::this_thread::get_id() != g_initialThread)

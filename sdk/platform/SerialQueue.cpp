@@ -24,11 +24,13 @@ SerialQueue::~SerialQueue()
 
 void SerialQueue::async(std::function<void()> task)
 {
+    // The task may destroy this queue as soon as it is queued: only the shared state is touched after that.
+    const std::shared_ptr<State> state = m_state;
     {
-        std::lock_guard lock(m_state->mutex);
-        m_state->tasks.push_back(std::move(task));
+        std::lock_guard lock(state->mutex);
+        state->tasks.push_back(std::move(task));
     }
-    m_state->wake.notify_one();
+    state->wake.notify_one();
 }
 
 void SerialQueue::sync(const std::function<void()>& task)
