@@ -20,8 +20,9 @@ const std::thread::id g_initialThread = std::this_thread::get_id();
 GMainContext* const g_defaultContext = g_main_context_default();
 
 // Tasks for the main thread wait in a queue of our own, guarded by a
-// std::mutex: the hand-off is then visible to ThreadSanitizer, which cannot
-// see GLib's internal locks. One idle source at a time drains the queue.
+// std::mutex, and one GSource made at start-up runs them. Other threads only
+// append and wake the context: no GLib object changes hands between threads
+// through GLib's own locks, which race detectors cannot see.
 class MainQueue {
 public:
     static MainQueue& shared()
@@ -32,42 +33,56 @@ public:
 
     void post(std::function<void()> task)
     {
-        bool schedule = false;
         {
             std::lock_guard lock(m_mutex);
             m_tasks.push_back(std::move(task));
-            schedule = !m_drainScheduled;
-            m_drainScheduled = true;
         }
-        if (schedule) {
-            GSource* source = g_idle_source_new();
-            g_source_set_priority(source, G_PRIORITY_DEFAULT);
-            g_source_set_callback(source, drain, this, nullptr);
-            g_source_attach(source, nullptr);
-            g_source_unref(source);
-        }
+        g_main_context_wakeup(g_main_context_default());
     }
 
 private:
-    // Runs the tasks queued so far, in order; later ones wait for the next drain.
-    static gboolean drain(gpointer data)
+    MainQueue()
     {
-        auto* self = static_cast<MainQueue*>(data);
+        static GSourceFuncs funcs = {prepare, check, dispatch, nullptr, nullptr, nullptr};
+        GSource* source = g_source_new(&funcs, sizeof(GSource));
+        g_source_set_priority(source, G_PRIORITY_DEFAULT);
+        g_source_attach(source, g_main_context_default());
+        g_source_unref(source);
+    }
+
+    bool hasTasks()
+    {
+        std::lock_guard lock(m_mutex);
+        return !m_tasks.empty();
+    }
+
+    static gboolean prepare(GSource*, gint* timeout)
+    {
+        *timeout = -1;
+        return shared().hasTasks();
+    }
+
+    static gboolean check(GSource*) { return shared().hasTasks(); }
+
+    // Runs the tasks queued so far, in order; later ones wait for the next iteration.
+    static gboolean dispatch(GSource*, GSourceFunc, gpointer)
+    {
         std::deque<std::function<void()>> batch;
         {
-            std::lock_guard lock(self->m_mutex);
-            batch.swap(self->m_tasks);
-            self->m_drainScheduled = false;
+            std::lock_guard lock(shared().m_mutex);
+            batch.swap(shared().m_tasks);
         }
         for (auto& task : batch)
             task();
-        return G_SOURCE_REMOVE;
+        return G_SOURCE_CONTINUE;
     }
 
     std::mutex m_mutex;
     std::deque<std::function<void()>> m_tasks;
-    bool m_drainScheduled = false;
 };
+
+// Made at start-up on the initial thread, after the default context.
+MainQueue& g_mainQueue = MainQueue::shared();
 
 // A small fixed pool that stands for the global default-priority queue. It
 // lives for the whole process: threads are never joined, so tasks still
@@ -139,7 +154,7 @@ void assertMainThread()
 
 void dispatchMainAsync(std::function<void()> fn)
 {
-    MainQueue::shared().post(std::move(fn));
+    g_mainQueue.post(std::move(fn));
 }
 
 void dispatchGlobalAsync(std::function<void()> fn)
