@@ -1,0 +1,6 @@
+#include "control/VRQGameVideoView.h"
+
+VRQGameVideoView::VRQGameVideoView(vrq::Rect frame)
+    : VideoView(frame)
+{
+}
