@@ -1,0 +1,330 @@
+#include "GameSession.h"
+
+#include "HeartbeatReply.h"
+
+#include "platform/MainLoop.h"
+#include "platform/SerialQueue.h"
+#include "platform/Timer.h"
+
+#include <algorithm>
+
+namespace vrqserver {
+
+namespace rtc = vrq::rtc;
+
+namespace {
+
+VRQError sessionError(int code, std::string description)
+{
+    return VRQError{"vrqserver", code, std::move(description)};
+}
+
+} // namespace
+
+// The answer's completion, shared by the steps of the answer and by close(),
+// whichever finishes first.
+class GameSession::PendingAnswer {
+public:
+    explicit PendingAnswer(AnswerCompletion completion)
+        : m_completion(std::move(completion))
+    {
+    }
+
+    void finish(std::optional<std::string> answerSdp, std::optional<VRQError> error)
+    {
+        AnswerCompletion completion;
+        {
+            std::lock_guard lock(m_mutex);
+            completion = std::move(m_completion);
+            m_completion = nullptr;
+        }
+        if (completion)
+            completion(std::move(answerSdp), std::move(error));
+    }
+
+private:
+    std::mutex m_mutex;
+    AnswerCompletion m_completion; // guarded by m_mutex
+};
+
+GameSession::GameSession(Settings settings)
+    : m_settings(std::move(settings))
+    , m_queue(std::make_unique<vrq::SerialQueue>("vrqserver.session." + m_settings.id))
+{
+    // The other labels are recorded only, until something here needs to answer them.
+    m_handlers["hb"] = [](GameSession& session, const ChannelMessage& message) { session.onHeartbeat(message); };
+}
+
+std::shared_ptr<GameSession> GameSession::create(Settings settings)
+{
+    std::shared_ptr<GameSession> session(new GameSession(std::move(settings)));
+    auto connection = rtc::PeerConnection::create(session->configuration(), session.get());
+    if (!connection)
+        return nullptr;
+    std::lock_guard lock(session->m_mutex);
+    session->m_connection = std::move(connection);
+    return session;
+}
+
+GameSession::~GameSession()
+{
+    close();
+}
+
+rtc::Configuration GameSession::configuration() const
+{
+    rtc::Configuration configuration;
+    configuration.iceAddresses = m_settings.iceAddresses;
+    rtc::SendMedia media;
+    media.videoLaunch = videoLaunchDescription(m_settings.video);
+    media.audioLaunch = audioLaunchDescription();
+    // The engine calls this on its streaming thread for every frame, so it
+    // holds the detection state, not the session.
+    media.seiText = [detect = m_rttDetect] { return detect->text(vrq::nowMs()); };
+    configuration.sendMedia = std::move(media);
+    return configuration;
+}
+
+void GameSession::post(std::function<void(GameSession&)> task)
+{
+    m_queue->async([weak = weak_from_this(), task = std::move(task)] {
+        if (auto self = weak.lock())
+            task(*self);
+    });
+}
+
+std::shared_ptr<rtc::PeerConnection> GameSession::connection() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_connection;
+}
+
+void GameSession::hop(const std::weak_ptr<GameSession>& weak, std::function<void(GameSession&)> task)
+{
+    if (auto session = weak.lock())
+        session->post(std::move(task));
+}
+
+// Each step's completion arrives on the engine's thread and moves on to the
+// session's queue; a closed session has already failed the pending answer.
+void GameSession::answer(const std::string& offerSdp, AnswerCompletion completion)
+{
+    auto pending = std::make_shared<PendingAnswer>(std::move(completion));
+    std::shared_ptr<rtc::PeerConnection> pc;
+    {
+        std::lock_guard lock(m_mutex);
+        if (!m_closed && !m_pendingAnswer) {
+            m_pendingAnswer = pending;
+            pc = m_connection;
+        }
+    }
+    if (!pc) {
+        pending->finish(std::nullopt, sessionError(1, "the session is closed or already answered"));
+        return;
+    }
+    pc->setRemoteDescription({rtc::SdpType::Offer, offerSdp}, [weak = weak_from_this(), pending](std::optional<VRQError> error) {
+        if (error)
+            pending->finish(std::nullopt, error);
+        else
+            hop(weak, [pending](GameSession& session) { session.createAnswer(pending); });
+    });
+}
+
+void GameSession::createAnswer(const std::shared_ptr<PendingAnswer>& pending)
+{
+    if (auto pc = connection())
+        pc->answer([weak = weak_from_this(), pending](std::optional<rtc::SessionDescription> description,
+                                                      std::optional<VRQError> error) {
+            if (!description || error)
+                pending->finish(std::nullopt, error ? error : sessionError(2, "no answer"));
+            else
+                hop(weak, [pending, answer = *description](GameSession& session) { session.setAnswer(pending, answer); });
+        });
+}
+
+void GameSession::setAnswer(const std::shared_ptr<PendingAnswer>& pending, const rtc::SessionDescription& answer)
+{
+    if (auto pc = connection())
+        pc->setLocalDescription(answer, [weak = weak_from_this(), pending](std::optional<VRQError> error) {
+            if (error)
+                pending->finish(std::nullopt, error);
+            else
+                hop(weak, [pending](GameSession& session) { session.completeAnswer(pending); });
+        });
+}
+
+// The client sends no candidates of its own and expects none to trickle: the
+// answer goes out whole, with every candidate gathered.
+void GameSession::completeAnswer(const std::shared_ptr<PendingAnswer>& pending)
+{
+    if (auto pc = connection())
+        pc->localDescriptionWithCandidates(
+            [pending](std::optional<rtc::SessionDescription> description, std::optional<VRQError> error) {
+                if (!description || error)
+                    pending->finish(std::nullopt, error ? error : sessionError(2, "no local description"));
+                else
+                    pending->finish(description->sdp, std::nullopt);
+            });
+    startHeartbeatWatch();
+}
+
+void GameSession::startHeartbeatWatch()
+{
+    const auto timeout = m_settings.heartbeatTimeout;
+    if (timeout.count() <= 0)
+        return;
+    m_lastHeartbeatMs = vrq::nowMs();
+    const auto period = std::clamp(timeout / 4, std::chrono::milliseconds(10), std::chrono::milliseconds(1000));
+    auto watch = vrq::Timer::onQueue(*m_queue, period, true, [weak = weak_from_this()] {
+        if (auto session = weak.lock())
+            session->checkHeartbeat();
+    });
+    std::lock_guard lock(m_mutex);
+    if (m_closed)
+        watch->cancel();
+    else
+        m_heartbeatWatch = std::move(watch);
+}
+
+void GameSession::checkHeartbeat()
+{
+    if (vrq::nowMs() - m_lastHeartbeatMs.load() > m_settings.heartbeatTimeout.count())
+        close();
+}
+
+bool GameSession::send(const std::string& label, const std::string& text)
+{
+    return sendBuffer(label, rtc::DataBuffer{text, false});
+}
+
+bool GameSession::sendBinary(const std::string& label, const std::string& bytes)
+{
+    return sendBuffer(label, rtc::DataBuffer{bytes, true});
+}
+
+bool GameSession::sendBuffer(const std::string& label, rtc::DataBuffer buffer)
+{
+    std::shared_ptr<rtc::DataChannel> channel;
+    {
+        std::lock_guard lock(m_mutex);
+        if (auto found = m_channels.find(label); found != m_channels.end())
+            channel = found->second;
+    }
+    return channel && channel->readyState() == rtc::DataChannelState::Open && channel->sendData(buffer);
+}
+
+void GameSession::setChannelHandler(const std::string& label, ChannelHandler handler)
+{
+    std::lock_guard lock(m_mutex);
+    if (handler)
+        m_handlers[label] = std::move(handler);
+    else
+        m_handlers.erase(label);
+}
+
+std::vector<std::string> GameSession::openChannels() const
+{
+    std::map<std::string, std::shared_ptr<rtc::DataChannel>> channels;
+    {
+        std::lock_guard lock(m_mutex);
+        channels = m_channels;
+    }
+    // The engine is asked outside our lock, so that no lock of ours is held while it takes its own.
+    std::vector<std::string> labels;
+    for (const auto& [label, channel] : channels)
+        if (channel->readyState() == rtc::DataChannelState::Open)
+            labels.push_back(label);
+    return labels;
+}
+
+bool GameSession::isClosed() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_closed;
+}
+
+void GameSession::close()
+{
+    std::shared_ptr<rtc::PeerConnection> pc;
+    std::map<std::string, std::shared_ptr<rtc::DataChannel>> channels;
+    std::shared_ptr<PendingAnswer> pending;
+    std::shared_ptr<vrq::Timer> watch;
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_closed)
+            return;
+        m_closed = true;
+        pc = std::move(m_connection);
+        channels.swap(m_channels);
+        pending = std::move(m_pendingAnswer);
+        watch = std::move(m_heartbeatWatch);
+    }
+    if (watch)
+        watch->cancel();
+    for (auto& [label, channel] : channels)
+        channel->setObserver(nullptr);
+    if (pc)
+        pc->close();
+    if (pending)
+        pending->finish(std::nullopt, sessionError(3, "the session was closed"));
+}
+
+void GameSession::didChangeConnectionState(rtc::PeerConnectionState state)
+{
+    m_connectionState = state;
+    // The client gives up on a connection that is disconnected or failed and
+    // offers anew; free this one's pipeline, off the engine's threads.
+    if (state == rtc::PeerConnectionState::Disconnected || state == rtc::PeerConnectionState::Failed)
+        post([](GameSession& session) { session.close(); });
+}
+
+void GameSession::didChangeIceConnectionState(rtc::IceConnectionState) {}
+
+void GameSession::didAddStream(int, int) {}
+
+void GameSession::didOpenDataChannel(std::shared_ptr<rtc::DataChannel> channel)
+{
+    if (!channel)
+        return;
+    const std::string label = channel->label();
+    // Under the lock, so that close() either sees the channel or makes us drop it.
+    // No observer callback takes this lock.
+    std::lock_guard lock(m_mutex);
+    if (m_closed)
+        return;
+    m_channels[label] = channel;
+    channel->setObserver(this);
+}
+
+void GameSession::dataChannelDidChangeState(rtc::DataChannel&) {}
+
+void GameSession::dataChannelDidReceiveMessage(rtc::DataChannel& channel, const rtc::DataBuffer& buffer)
+{
+    ChannelMessage message{channel.label(), buffer.isBinary, buffer.data, vrq::nowMs()};
+    if (message.label == "hb")
+        m_lastHeartbeatMs = message.arrivalMs;
+    m_messageLog.append(message);
+    post([message = std::move(message)](GameSession& session) { session.dispatch(message); });
+}
+
+void GameSession::dispatch(const ChannelMessage& message)
+{
+    ChannelHandler handler;
+    {
+        std::lock_guard lock(m_mutex);
+        if (auto found = m_handlers.find(message.label); found != m_handlers.end())
+            handler = found->second;
+    }
+    if (handler)
+        handler(*this, message);
+}
+
+void GameSession::onHeartbeat(const ChannelMessage& message)
+{
+    const nlohmann::json heartbeat = nlohmann::json::parse(message.bytes, nullptr, false);
+    m_rttDetect->onHeartbeat(heartbeat, message.arrivalMs);
+    if (const auto reply = heartbeatReply(heartbeat, m_settings.token))
+        send("hb", reply->dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
+} // namespace vrqserver

@@ -1,0 +1,133 @@
+#pragma once
+
+#include "ChannelMessageLog.h"
+#include "MediaLaunch.h"
+#include "RttDetectSei.h"
+
+#include "platform/RtcPeerConnection.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace vrq {
+class SerialQueue;
+class Timer;
+} // namespace vrq
+
+namespace vrqserver {
+
+// The game server's side of one play session: the answering peer connection
+// for one client offer, the game's video (with round-trip detection SEI on
+// every frame) and audio, and the data channels the client opens.
+//
+// Every message that arrives is recorded in messageLog(), then handed to the
+// handler of its label on the session's own serial queue, one at a time, in
+// arrival order. "hb" is answered with the session token and the echoed timestamp.
+//
+// Engine callbacks arrive on the engine's threads and only record and queue;
+// replies are sent from the session's queue. Created and owned through
+// std::shared_ptr; tasks hold it weakly.
+class GameSession : public vrq::rtc::PeerConnectionObserver,
+                    public vrq::rtc::DataChannelObserver,
+                    public std::enable_shared_from_this<GameSession> {
+public:
+    // Runs on the session's queue.
+    using ChannelHandler = std::function<void(GameSession& session, const ChannelMessage& message)>;
+    // Called exactly once: with the answer SDP, or with an error.
+    using AnswerCompletion = std::function<void(std::optional<std::string> answerSdp, std::optional<VRQError> error)>;
+
+    struct Settings {
+        std::string id;
+        std::string token;
+        std::vector<std::string> iceAddresses; // empty: the engine's default ($VRQ_ICE_ADDRESSES)
+        VideoSettings video;
+        // Once answered, a session that hears no heartbeat for this long is
+        // closed: a client that went away says nothing the engine would notice.
+        // Zero keeps sessions until they are closed.
+        std::chrono::milliseconds heartbeatTimeout{0};
+    };
+
+    // Nothing when the engine cannot create a peer connection.
+    static std::shared_ptr<GameSession> create(Settings settings);
+    ~GameSession() override;
+    GameSession(const GameSession&) = delete;
+    GameSession& operator=(const GameSession&) = delete;
+
+    // Applies the client's offer and answers it. The completion runs on the
+    // session's queue, or on the closing thread when the session is closed first.
+    void answer(const std::string& offerSdp, AnswerCompletion completion);
+
+    // Sends on the channel of that label; false when there is none or it is not open.
+    bool send(const std::string& label, const std::string& text);
+    bool sendBinary(const std::string& label, const std::string& bytes);
+
+    // Replaces the handler of a label; an empty handler leaves the label's
+    // messages recorded but unanswered.
+    void setChannelHandler(const std::string& label, ChannelHandler handler);
+
+    const std::string& id() const { return m_settings.id; }
+    const std::string& token() const { return m_settings.token; }
+    const ChannelMessageLog& messageLog() const { return m_messageLog; }
+    // Labels of the channels the client opened that are open now.
+    std::vector<std::string> openChannels() const;
+    vrq::rtc::PeerConnectionState connectionState() const { return m_connectionState.load(); }
+    bool isClosed() const;
+
+    // Stops media and channels; an answer still pending fails. Idempotent.
+    // Never call it from an engine callback: the engine's threads are stopped here.
+    void close();
+
+    // PeerConnectionObserver, on the engine's threads.
+    void didChangeConnectionState(vrq::rtc::PeerConnectionState state) override;
+    void didChangeIceConnectionState(vrq::rtc::IceConnectionState state) override;
+    void didAddStream(int videoTracks, int audioTracks) override;
+    void didOpenDataChannel(std::shared_ptr<vrq::rtc::DataChannel> channel) override;
+
+    // DataChannelObserver, on the engine's threads.
+    void dataChannelDidChangeState(vrq::rtc::DataChannel& channel) override;
+    void dataChannelDidReceiveMessage(vrq::rtc::DataChannel& channel, const vrq::rtc::DataBuffer& buffer) override;
+
+private:
+    class PendingAnswer;
+
+    explicit GameSession(Settings settings);
+    vrq::rtc::Configuration configuration() const;
+    void post(std::function<void(GameSession&)> task);
+    static void hop(const std::weak_ptr<GameSession>& weak, std::function<void(GameSession&)> task);
+    void createAnswer(const std::shared_ptr<PendingAnswer>& pending);
+    void setAnswer(const std::shared_ptr<PendingAnswer>& pending, const vrq::rtc::SessionDescription& answer);
+    void completeAnswer(const std::shared_ptr<PendingAnswer>& pending);
+    void startHeartbeatWatch();
+    void checkHeartbeat();
+    void dispatch(const ChannelMessage& message);
+    void onHeartbeat(const ChannelMessage& message);
+    bool sendBuffer(const std::string& label, vrq::rtc::DataBuffer buffer);
+    std::shared_ptr<vrq::rtc::PeerConnection> connection() const;
+
+    const Settings m_settings;
+    const std::shared_ptr<RttDetectSei> m_rttDetect = std::make_shared<RttDetectSei>();
+    ChannelMessageLog m_messageLog;
+    std::atomic<vrq::rtc::PeerConnectionState> m_connectionState = vrq::rtc::PeerConnectionState::New;
+    std::atomic<std::int64_t> m_lastHeartbeatMs = 0;
+
+    mutable std::mutex m_mutex; // guards the members below
+    std::shared_ptr<vrq::rtc::PeerConnection> m_connection;
+    std::map<std::string, std::shared_ptr<vrq::rtc::DataChannel>> m_channels;
+    std::map<std::string, ChannelHandler> m_handlers;
+    std::shared_ptr<PendingAnswer> m_pendingAnswer;
+    std::shared_ptr<vrq::Timer> m_heartbeatWatch; // runs on m_queue; cancelled by close()
+    bool m_closed = false;
+
+    // Last member: destroyed first, so that no queued task outlives the members it reads.
+    std::unique_ptr<vrq::SerialQueue> m_queue;
+};
+
+} // namespace vrqserver

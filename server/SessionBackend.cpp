@@ -1,0 +1,68 @@
+#include "SessionBackend.h"
+
+#include "GameServer.h"
+
+#include <httplib.h>
+
+#include <chrono>
+#include <future>
+
+namespace vrqserver {
+
+SessionBackend::SessionBackend(GameServer& gameServer, RemoteSessionFields fields,
+                               std::chrono::milliseconds answerTimeout)
+    : m_gameServer(gameServer)
+    , m_fields(std::move(fields))
+    , m_answerTimeout(answerTimeout)
+{
+}
+
+void SessionBackend::install(httplib::Server& server)
+{
+    server.Post("/session", [this](const httplib::Request& request, httplib::Response& response) {
+        int status = 200;
+        const auto remote = remoteSessionFor(request.body, &status);
+        response.status = status;
+        if (remote)
+            response.set_content(*remote, "text/plain");
+        else
+            response.set_content(status == 400 ? "unreadable client session\n" : "no answer\n", "text/plain");
+    });
+}
+
+std::optional<std::string> SessionBackend::remoteSessionFor(const std::string& clientSession, int* status)
+{
+    const auto client = decodeClientSession(clientSession);
+    if (!client) {
+        *status = 400;
+        return std::nullopt;
+    }
+    auto answer = std::make_shared<std::promise<std::optional<std::string>>>();
+    auto answered = answer->get_future();
+    auto session = m_gameServer.acceptOffer(client->sdp, [answer](std::optional<std::string> sdp, std::optional<VRQError>) {
+        answer->set_value(std::move(sdp));
+    });
+    if (answered.wait_for(m_answerTimeout) != std::future_status::ready) {
+        if (session)
+            session->close(); // completes the answer with an error
+        *status = 503;
+        return std::nullopt;
+    }
+    const auto sdp = answered.get();
+    if (!sdp) {
+        *status = 503;
+        return std::nullopt;
+    }
+    *status = 200;
+    ++m_served;
+    return encodeRemoteSession(makeRemoteSession(*sdp, m_fields, nextRequestId()));
+}
+
+std::string SessionBackend::nextRequestId()
+{
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return "vrq-" + std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(now).count()) + "-" +
+           std::to_string(++m_requests);
+}
+
+} // namespace vrqserver
