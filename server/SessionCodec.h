@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,7 +24,7 @@ struct RemoteSessionFields {
     std::string region = "loopback";
     std::string userId = "vrq-player";
     std::string gameId = "vrq-reference-game";
-    std::string appId = "vrq-play";
+    std::int64_t appId = 1001; // a number on the wire, as the kit reads it
 };
 
 // Nothing when the text is not base64 of a JSON object whose "type" is "offer"

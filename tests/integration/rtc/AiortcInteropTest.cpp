@@ -1,5 +1,6 @@
 // The engine's offerer against an independent WebRTC stack: aiortc, answering
 // as a game server would (H.264 with detection SEI, Opus, heartbeat replies).
+#include "integration/peers/AiortcPeer.h"
 #include "integration/server/ChildProcess.h"
 #include "integration/server/KitOfferer.h"
 
@@ -21,30 +22,10 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr const char* kPython = "/usr/bin/python3";
+using vrqtest::aiortc::eventsOf;
+using vrqtest::aiortc::kPython;
+using vrqtest::aiortc::peerScript;
 constexpr const char* kToken = "aiortc-interop-token";
-
-std::string peerScript()
-{
-    return (std::filesystem::path(__FILE__).parent_path().parent_path() / "peers" / "aiortc_answerer.py").string();
-}
-
-bool aiortcImports()
-{
-    const std::string result = vrqtest::runCommand(std::string(kPython) + " -c 'import aiortc, av' >/dev/null 2>&1; echo $?");
-    return result == "0\n";
-}
-
-std::vector<json> eventsOf(const vrqtest::ChildProcess& peer, const std::string& name)
-{
-    std::vector<json> events;
-    for (const auto& line : peer.lines()) {
-        json event = json::parse(line, nullptr, false);
-        if (event.is_object() && event["event"] == name)
-            events.push_back(std::move(event));
-    }
-    return events;
-}
 
 std::vector<std::string> candidateLines(const std::string& sdp)
 {
@@ -63,7 +44,7 @@ class AiortcInteropTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        if (!aiortcImports())
+        if (!vrqtest::aiortc::imports())
             return;
         s_home = new vrqtest::TempHome;
         s_client = new vrqtest::KitOfferer;
@@ -205,7 +186,7 @@ TEST_F(AiortcInteropTest, DetectionSeiFromAnotherEncoderIsReadAndEvaluated)
 
 TEST(AiortcPeerTest, EndsWithASummaryWhenItsInputCloses)
 {
-    if (!aiortcImports())
+    if (!vrqtest::aiortc::imports())
         GTEST_SKIP() << kPython << " cannot import aiortc";
     vrqtest::ChildProcess peer({kPython, peerScript(), "--timeout", "60"});
     ASSERT_TRUE(peer.started());

@@ -18,6 +18,7 @@
 
 #include <atomic>
 #include <regex>
+#include <sstream>
 
 using namespace std::chrono_literals;
 using nlohmann::json;
@@ -114,6 +115,16 @@ protected:
         });
         ASSERT_TRUE(vrq::runMainLoopUntil([&] { return answered.load(); }, 10s));
         ASSERT_TRUE(answer);
+        // Test traffic stays on loopback: the server offers 127.0.0.1 alone.
+        std::istringstream lines(*answer);
+        int candidates = 0;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.rfind("a=candidate:", 0) != 0)
+                continue;
+            ++candidates;
+            EXPECT_NE(line.find(" 127.0.0.1 "), std::string::npos) << line;
+        }
+        EXPECT_GT(candidates, 0);
         client->setRemoteSdp(*answer);
         ASSERT_TRUE(vrq::runMainLoopUntil([&] { return client->connectionState() == PeerConnectionState::Connected; }, 10s));
         ASSERT_TRUE(vrq::runMainLoopUntil([&] { return client->getDataChannelState("km") == 1; }, 10s));
