@@ -55,9 +55,11 @@ VRQSDKMonitor::VRQSDKMonitor()
 
 std::string VRQSDKMonitor::vrqDeviceID()
 {
-    static std::mutex mutex;
-    static std::string cached;
-    std::lock_guard lock(mutex);
+    // Never destroyed, like the queues that read it until the process ends.
+    static auto* mutex = new std::mutex;
+    static auto* cachedId = new std::string;
+    std::lock_guard lock(*mutex);
+    std::string& cached = *cachedId;
     if (!cached.empty())
         return cached;
     auto& defaults = vrq::UserDefaults::standard();

@@ -6,8 +6,8 @@ namespace vrq {
 
 NotificationCenter& NotificationCenter::defaultCenter()
 {
-    static NotificationCenter center;
-    return center;
+    static auto* center = new NotificationCenter; // lives for the whole process
+    return *center;
 }
 
 NotificationCenter::Token NotificationCenter::addObserver(const std::string& name, Observer observer)

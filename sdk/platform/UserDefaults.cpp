@@ -41,8 +41,9 @@ bool writeAll(int fd, const std::string& text)
 
 UserDefaults& UserDefaults::standard()
 {
-    static UserDefaults defaults(defaultsFile());
-    return defaults;
+    // Never destroyed: queues that live for the whole process may still read it at exit.
+    static auto* defaults = new UserDefaults(defaultsFile());
+    return *defaults;
 }
 
 UserDefaults::UserDefaults(std::filesystem::path file)
