@@ -165,7 +165,6 @@ void GameSession::completeAnswer(const std::shared_ptr<PendingAnswer>& pending)
                 else
                     pending->finish(description->sdp, std::nullopt);
             });
-    startHeartbeatWatch();
 }
 
 void GameSession::startHeartbeatWatch()
@@ -272,6 +271,9 @@ void GameSession::close()
 void GameSession::didChangeConnectionState(rtc::PeerConnectionState state)
 {
     m_connectionState = state;
+    // Silence is counted from the connection on, so a slow start is not taken for a gone client.
+    if (state == rtc::PeerConnectionState::Connected)
+        post([](GameSession& session) { session.startHeartbeatWatch(); });
     // The client gives up on a connection that is disconnected or failed and
     // offers anew; free this one's pipeline, off the engine's threads.
     if (state == rtc::PeerConnectionState::Disconnected || state == rtc::PeerConnectionState::Failed)

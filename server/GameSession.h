@@ -49,7 +49,7 @@ public:
         std::string token;
         std::vector<std::string> iceAddresses; // empty: the engine's default ($VRQ_ICE_ADDRESSES)
         VideoSettings video;
-        // Once answered, a session that hears no heartbeat for this long is
+        // Once connected, a session that hears no heartbeat for this long is
         // closed: a client that went away says nothing the engine would notice.
         // Zero keeps sessions until they are closed.
         std::chrono::milliseconds heartbeatTimeout{0};
