@@ -119,28 +119,6 @@ TEST_F(MetricsUploadTest, WithoutAKeyNothingIsSentAndTheDropIsLogged)
     EXPECT_TRUE(m_log.contains("Post exit no sig key: url:" + m_server.origin() + "/report_log_bulk"));
 }
 
-TEST_F(MetricsUploadTest, ServerErrorsReachTheCompletionAsAnswersOnTheMainThread)
-{
-    m_server.setHandler("/fail", [](const auto&, auto& response) {
-        response.status = 500;
-        response.set_content("broken", "text/plain");
-    });
-    bool done = false;
-    std::optional<VRQError> error;
-    std::string body;
-    bool onMain = false;
-    VRQHttpHelper::asyncRquestPost(m_server.origin() + "/fail", json{{"a", 1}}, [&](auto e, std::string b) {
-        error = e;
-        body = std::move(b);
-        onMain = vrq::isMainThread();
-        done = true;
-    });
-    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return done; }, 5s));
-    EXPECT_FALSE(error);
-    EXPECT_EQ(body, "broken");
-    EXPECT_TRUE(onMain);
-}
-
 TEST_F(MetricsUploadTest, UnreachableEndpointGivesAnErrorAndALogLine)
 {
     int port = 0;

@@ -97,32 +97,6 @@ TEST_F(PeerConnectionTest, OfferHasVideoAudioAndApplicationSectionsWithIndexMids
     EXPECT_EQ(pair().offerSdp.find("mid:data"), std::string::npos);
 }
 
-TEST_F(PeerConnectionTest, H264FmtpYieldsAConstrainedBaselineProfileLevelId)
-{
-    // The inspection the client session is built with: the fmtp of each
-    // H.264 payload type, then "profile-level-id=(\S+)" in it.
-    const std::regex rtpmap(R"(^a=rtpmap:(\d+) H264/)");
-    const std::regex fmtp(R"(^a=fmtp:(\d+) (\S+)$)");
-    const std::regex profileLevel(R"(profile-level-id=(\S+))");
-    std::vector<std::string> h264Types;
-    std::vector<std::string> parameters;
-    for (const std::string& line : linesOf(pair().offerSdp)) {
-        std::smatch match;
-        if (std::regex_search(line, match, rtpmap))
-            h264Types.push_back(match[1]);
-        else if (std::regex_search(line, match, fmtp) && contains(h264Types, match[1]))
-            parameters.push_back(match[2]);
-    }
-    ASSERT_EQ(parameters.size(), 1U) << pair().offerSdp;
-    std::smatch match;
-    ASSERT_TRUE(std::regex_search(parameters[0], match, profileLevel));
-    EXPECT_EQ(match[1], "42e01f");
-    const auto id = H264ProfileLevelId::fromHexString(match[1]);
-    ASSERT_TRUE(id);
-    EXPECT_EQ(id->profile, H264ProfileLevelId::ConstrainedBaseline);
-    EXPECT_NE(parameters[0].find("packetization-mode=1"), std::string::npos);
-}
-
 TEST_F(PeerConnectionTest, FixedChannelsOpenOnBothSides)
 {
     // The state reads open before its event reaches the observer on the engine's thread.

@@ -119,12 +119,6 @@ vrqtest::KitOfferer* GameServerTest::s_client = nullptr;
 std::string GameServerTest::s_failure;
 std::optional<std::size_t> GameServerTest::s_detectionSeiBeforeHeartbeat;
 
-TEST_F(GameServerTest, TheFiveChannelsOpenOnBothSides)
-{
-    ASSERT_TRUE(waitUntil([] { return s_client->allChannelsOpen() && session()->openChannels().size() == 5; }));
-    EXPECT_EQ(session()->openChannels(), (std::vector<std::string>{"ack", "cd", "hb", "km", "sv"}));
-}
-
 TEST_F(GameServerTest, TheSceneDecodesAtItsSizeAndNoDetectionSeiPrecedesAHeartbeat)
 {
     ASSERT_TRUE(s_detectionSeiBeforeHeartbeat) << "no video";

@@ -244,20 +244,6 @@ TEST_F(HttpTransportTest, PostCarriesMethodHeadersAndExactBody)
     EXPECT_EQ(custom, "yes");
 }
 
-TEST_F(HttpTransportTest, RefusedConnectionIsATransportErrorOnTheMainThread)
-{
-    const LoopbackSocket closedPort(false);
-    const Outcome outcome = sendAndWait(requestTo(closedPort.url("/")));
-
-    ASSERT_TRUE(outcome.done);
-    ASSERT_TRUE(outcome.error.has_value());
-    EXPECT_EQ(outcome.error->domain, HttpTransport::kErrorDomain);
-    EXPECT_EQ(outcome.error->code, CURLE_COULDNT_CONNECT);
-    EXPECT_FALSE(outcome.error->description.empty());
-    EXPECT_TRUE(outcome.onMainThread);
-    EXPECT_EQ(HttpTransport::shared().pendingCount(), 0);
-}
-
 TEST_F(HttpTransportTest, AnswerLaterThanTheTimeoutIsATimeoutError)
 {
     Gate gate;
