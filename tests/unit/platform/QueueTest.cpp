@@ -48,6 +48,9 @@ TEST(MainLoopTest, DispatchMainAsyncRunsLaterInOrderOnTheMainThread)
 {
     std::vector<int> order;
     bool allOnMain = true;
+    vrq::dispatchMainAsync([&] { order.push_back(-1); });
+    EXPECT_TRUE(order.empty()) << "dispatchMainAsync must not run inline";
+    // Queued from another thread after the first task: they run after it, in their order.
     vrq::dispatchGlobalAsync([&] {
         for (int i = 0; i < 3; ++i)
             vrq::dispatchMainAsync([&, i] {
@@ -55,11 +58,9 @@ TEST(MainLoopTest, DispatchMainAsyncRunsLaterInOrderOnTheMainThread)
                 order.push_back(i);
             });
     });
-    vrq::dispatchMainAsync([&] { order.push_back(-1); });
-    EXPECT_TRUE(order.empty()) << "dispatchMainAsync must not run inline";
     ASSERT_TRUE(vrq::runMainLoopUntil([&] { return order.size() == 4; }, 2s));
     EXPECT_TRUE(allOnMain);
-    EXPECT_EQ(order.front(), -1);
+    EXPECT_EQ(order, (std::vector<int>{-1, 0, 1, 2}));
 }
 
 TEST(MainLoopTest, AssertionFailsOffTheMainThread)
