@@ -1,5 +1,7 @@
 #include "platform/LogBackend.h"
 
+#include <cstdio>
+
 #include <spdlog/logger.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 
@@ -355,6 +357,43 @@ void CallbackLogger::stop()
 {
     Registry::shared().remove(m_impl.get());
     m_impl->replace(nullptr);
+}
+
+namespace {
+
+// "void Foo::bar(int) const" -> "Foo::bar": the qualified name without return type and parameters.
+std::string_view methodName(std::string_view pretty)
+{
+    const auto open = pretty.find('(');
+    if (open == std::string_view::npos)
+        return pretty;
+    const auto name = pretty.substr(0, open);
+    const auto space = name.rfind(' ');
+    return space == std::string_view::npos ? name : name.substr(space + 1);
+}
+
+} // namespace
+
+std::string formatLine(const char* file, int line, const char* function, const char* format, va_list arguments)
+{
+    std::string text = "(";
+    text += fileName(file);
+    text += ':';
+    text += std::to_string(line);
+    text += ' ';
+    text += methodName(function);
+    text += "): ";
+    va_list copy;
+    va_copy(copy, arguments);
+    const int size = std::vsnprintf(nullptr, 0, format, copy);
+    va_end(copy);
+    if (size > 0) {
+        const std::size_t prefix = text.size();
+        text.resize(prefix + static_cast<std::size_t>(size) + 1);
+        std::vsnprintf(text.data() + prefix, static_cast<std::size_t>(size) + 1, format, arguments);
+        text.resize(prefix + static_cast<std::size_t>(size));
+    }
+    return text;
 }
 
 } // namespace vrq::logging

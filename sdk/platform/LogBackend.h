@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
@@ -23,6 +24,10 @@ int minDebugLogLevel();
 void flushAll();
 // The last component of a source path.
 std::string_view fileName(std::string_view path);
+// The kit's log line: "(file:line method): " and the printf-style message.
+// `function` may be a bare name or a full signature; the latter is cut to
+// its qualified name.
+std::string formatLine(const char* file, int line, const char* function, const char* format, va_list arguments);
 
 // Rotating files in a directory, created on start. Lines go to
 // currentFile(); when it would grow past maxFileSize it becomes

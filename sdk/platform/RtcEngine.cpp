@@ -6,7 +6,6 @@
 #include <gst/gst.h>
 
 #include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
@@ -93,14 +92,11 @@ void log(int severity, const char* file, int line, const char* function, const c
     static constexpr GstDebugLevel kThresholds[] = {GST_LEVEL_LOG, GST_LEVEL_INFO, GST_LEVEL_WARNING, GST_LEVEL_ERROR};
     if (severity < logging::kVerbose || severity > logging::kError || gst_debug_get_default_threshold() < kThresholds[severity])
         return;
-    char message[1024];
     va_list arguments;
     va_start(arguments, format);
-    std::vsnprintf(message, sizeof message, format, arguments);
+    const std::string text = logging::formatLine(file, line, function, format, arguments);
     va_end(arguments);
-    std::ostringstream text;
-    text << '(' << logging::fileName(file) << ':' << line << ' ' << function << "): " << message;
-    logging::logEx(severity, text.str());
+    logging::logEx(severity, text);
 }
 
 std::string videoDecoderFactory()
