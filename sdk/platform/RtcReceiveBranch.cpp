@@ -259,7 +259,9 @@ ReceiveBranch::Figures ReceiveBranch::figures(Clock::time_point now) const
     return result;
 }
 
-GstPadProbeReturn ReceiveBranch::onJitterBufferInput(GstPad*, GstPadProbeInfo* info, gpointer data)
+// Records each RTP packet's passage, by sequence number, on one side of the jitter buffer.
+GstPadProbeReturn ReceiveBranch::meterJitterBufferPassage(GstPadProbeInfo* info, gpointer data,
+                                                          void (MediaMeter::*passage)(std::uint16_t, Clock::time_point))
 {
     Data::Entry self{data};
     if (!self)
@@ -267,22 +269,19 @@ GstPadProbeReturn ReceiveBranch::onJitterBufferInput(GstPad*, GstPadProbeInfo* i
     const auto now = Clock::now();
     forEachBuffer(info, [&](GstBuffer* buffer) {
         if (auto sequence = rtpSequence(buffer))
-            self->m_meter.jitterBufferInput(*sequence, now);
+            (self->m_meter.*passage)(*sequence, now);
     });
     return GST_PAD_PROBE_OK;
 }
 
+GstPadProbeReturn ReceiveBranch::onJitterBufferInput(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    return meterJitterBufferPassage(info, data, &MediaMeter::jitterBufferInput);
+}
+
 GstPadProbeReturn ReceiveBranch::onJitterBufferOutput(GstPad*, GstPadProbeInfo* info, gpointer data)
 {
-    Data::Entry self{data};
-    if (!self)
-        return GST_PAD_PROBE_OK;
-    const auto now = Clock::now();
-    forEachBuffer(info, [&](GstBuffer* buffer) {
-        if (auto sequence = rtpSequence(buffer))
-            self->m_meter.jitterBufferOutput(*sequence, now);
-    });
-    return GST_PAD_PROBE_OK;
+    return meterJitterBufferPassage(info, data, &MediaMeter::jitterBufferOutput);
 }
 
 GstPadProbeReturn ReceiveBranch::onDecoderInput(GstPad*, GstPadProbeInfo* info, gpointer data)

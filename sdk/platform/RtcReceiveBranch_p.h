@@ -73,6 +73,8 @@ private:
     void probeDecoder(GstElement* decoder, bool video);
     void addProbe(GstPad* pad, GstPadProbeType mask, GstPadProbeCallback callback);
 
+    static GstPadProbeReturn meterJitterBufferPassage(GstPadProbeInfo* info, gpointer data,
+                                                      void (MediaMeter::*passage)(std::uint16_t, MediaMeter::Clock::time_point));
     static GstPadProbeReturn onJitterBufferInput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
     static GstPadProbeReturn onJitterBufferOutput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
     static GstPadProbeReturn onDecoderInput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
