@@ -5,9 +5,9 @@
 #include "monitor/VRQSDKMonitor.h"
 #include "platform/LogBackend.h"
 #include "platform/MainLoop.h"
-#include "platform/SerialQueue.h"
 #include "utils/VRQHttpHelper.h"
 #include "utils/VRQJsonHelpers.h"
+#include "utils/VRQMetricBatch.h"
 
 namespace {
 
@@ -32,8 +32,9 @@ VRQLogManager& VRQLogManager::sharedManager()
 }
 
 VRQLogManager::VRQLogManager()
-    : m_uploadQueue(std::make_unique<vrq::SerialQueue>("vrqsdk.metric.upload"))
-    , m_sessionInfo(sessionInfoFrom(nlohmann::json::object()))
+    : m_sessionInfo(sessionInfoFrom(nlohmann::json::object()))
+    , m_uploads(std::make_unique<VRQMetricBatch>("vrqsdk.metric.upload", "cg_client_log", kUploadBatchSize,
+                                                 &VRQHttpHelper::postMetricLogs))
 {
 }
 
@@ -132,33 +133,21 @@ void VRQLogManager::setClientInfo(const std::string& info)
 void VRQLogManager::updateSessionInfo(const nlohmann::json& info)
 {
     // Applied on the upload queue, so records queued earlier keep the session they were made in.
-    m_uploadQueue->async([this, session = sessionInfoFrom(info)] { m_sessionInfo = session; });
+    m_uploads->async([this, session = sessionInfoFrom(info)] { m_sessionInfo = session; });
 }
 
 void VRQLogManager::uploadLog(const std::string& line)
 {
-    m_uploadQueue->async([this, line, timestamp = vrq::nowMs()] {
+    m_uploads->append([this, line, timestamp = vrq::nowMs()] {
         nlohmann::json record = m_sessionInfo;
         record["timestamp"] = timestamp;
         record["content"] = line;
         record["device_id"] = VRQSDKMonitor::vrqDeviceID();
-        m_uploadList.push_back(std::move(record));
-        // Posted right here rather than re-queued, so that every batch holds exactly three.
-        if (m_uploadList.size() >= kUploadBatchSize)
-            postPendingOnQueue();
+        return record;
     });
 }
 
 void VRQLogManager::postMetricLog()
 {
-    m_uploadQueue->async([this] { postPendingOnQueue(); });
-}
-
-void VRQLogManager::postPendingOnQueue()
-{
-    if (m_uploadList.empty())
-        return;
-    nlohmann::json body = {{"metric", "cg_client_log"}, {"bulk", std::move(m_uploadList)}};
-    m_uploadList.clear();
-    VRQHttpHelper::postMetricLogs(body);
+    m_uploads->flush();
 }

@@ -8,17 +8,14 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
 
 class VRQLogDelegate;
 class VRQLogger;
+class VRQMetricBatch;
 
-namespace vrq {
-class SerialQueue;
-namespace logging {
+namespace vrq::logging {
 class FileLogger;
 }
-} // namespace vrq
 
 // The process-wide log manager: sets up the file and callback loggers and
 // batches selected lines for upload as client-log records, three at a time.
@@ -57,7 +54,6 @@ public:
 private:
     VRQLogManager();
     bool beginInitLocked(const std::optional<nlohmann::json>& fieldTrials);
-    void postPendingOnQueue();
 
     mutable std::mutex m_mutex; // guards the loggers, hasInit, field trials and client info
     std::unique_ptr<vrq::logging::FileLogger> m_fileLogger;
@@ -68,8 +64,6 @@ private:
     std::atomic<int> m_audioJitterBufferMaxPackets{20};
     std::atomic<bool> m_audioJitterBufferFastAccelerate{true};
 
-    std::unique_ptr<vrq::SerialQueue> m_uploadQueue;
-    // Touched only on m_uploadQueue.
-    std::vector<nlohmann::json> m_uploadList;
-    nlohmann::json m_sessionInfo;
+    nlohmann::json m_sessionInfo; // touched only on the upload queue
+    std::unique_ptr<VRQMetricBatch> m_uploads; // the queue "vrqsdk.metric.upload"
 };

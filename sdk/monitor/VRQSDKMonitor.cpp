@@ -3,11 +3,11 @@
 #include "log/VRQLog.h"
 #include "monitor/VRQSDKReport.h"
 #include "platform/MainLoop.h"
-#include "platform/SerialQueue.h"
 #include "platform/Timer.h"
 #include "platform/UserDefaults.h"
 #include "utils/VRQHttpHelper.h"
 #include "utils/VRQJsonHelpers.h"
+#include "utils/VRQMetricBatch.h"
 #include "utils/VRQReachability.h"
 
 #include <glib.h>
@@ -46,7 +46,8 @@ VRQSDKMonitor& VRQSDKMonitor::sharedInstance()
 
 VRQSDKMonitor::VRQSDKMonitor()
     : m_reportObj(std::make_unique<VRQSDKReport>())
-    , m_reportQueue(std::make_unique<vrq::SerialQueue>("vrqsdk.metric.report"))
+    , m_reports(std::make_unique<VRQMetricBatch>("vrqsdk.metric.report", "cg_client_stat", kReportBatchSize,
+                                                 &VRQHttpHelper::postMetricReports))
     , m_reportPublicParams(nlohmann::json::object())
     , m_deviceId(vrqDeviceID())
 {
@@ -365,26 +366,12 @@ void VRQSDKMonitor::appendPerfReportAndSend()
 
 void VRQSDKMonitor::appendReport(nlohmann::json record)
 {
-    m_reportQueue->async([this, record = std::move(record)]() mutable {
-        m_reportList.push_back(std::move(record));
-        // Sent right here rather than re-queued, so that every batch holds exactly ten.
-        if (m_reportList.size() >= kReportBatchSize)
-            sendReportOnQueue();
-    });
+    m_reports->append([record = std::move(record)]() mutable { return std::move(record); });
 }
 
 void VRQSDKMonitor::sendReport()
 {
-    m_reportQueue->async([this] { sendReportOnQueue(); });
-}
-
-void VRQSDKMonitor::sendReportOnQueue()
-{
-    if (m_reportList.empty())
-        return;
-    nlohmann::json body = {{"metric", "cg_client_stat"}, {"bulk", std::move(m_reportList)}};
-    m_reportList.clear();
-    VRQHttpHelper::postMetricReports(body);
+    m_reports->flush();
 }
 
 void VRQSDKMonitor::stopAndFlushReport()
@@ -402,5 +389,5 @@ void VRQSDKMonitor::stopAndFlushReport()
 
 void VRQSDKMonitor::waitForPendingReports()
 {
-    m_reportQueue->sync([] {});
+    m_reports->waitUntilIdle();
 }

@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
+class VRQMetricBatch;
 class VRQSDKReport;
 
 namespace vrq {
-class SerialQueue;
 class Timer;
-} // namespace vrq
+}
 
 // The process-wide collector of session metrics. Session events come from
 // the main thread, statistics from the transport's threads. Records are
@@ -72,11 +72,10 @@ private:
     VRQSDKMonitor();
     void appendEvent(nlohmann::json members);
     std::int32_t msSinceStart() const;
-    void sendReportOnQueue();
     static nlohmann::json deviceBaseInfo();
 
     std::unique_ptr<VRQSDKReport> m_reportObj;
-    std::unique_ptr<vrq::SerialQueue> m_reportQueue;
+    std::unique_ptr<VRQMetricBatch> m_reports; // the queue "vrqsdk.metric.report"
 
     mutable std::mutex m_mutex; // guards the members below
     std::shared_ptr<vrq::Timer> m_reportTimer;
@@ -84,7 +83,4 @@ private:
     std::string m_deviceId;
     std::int64_t m_startGameTimeMS = 0;
     std::int32_t m_loadCostTimeMS = 0;
-
-    // Touched only on m_reportQueue.
-    std::vector<nlohmann::json> m_reportList;
 };
