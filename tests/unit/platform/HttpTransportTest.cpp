@@ -87,7 +87,9 @@ private:
     int m_port = 0;
 };
 
-// Lets a server handler wait until the test releases it.
+// Lets a server handler wait until the test releases it. Handlers hold it
+// through a shared_ptr: one that starts only after the test has ended must
+// find it open, not destroyed.
 class Gate {
 public:
     void open()
@@ -246,13 +248,13 @@ TEST_F(HttpTransportTest, PostCarriesMethodHeadersAndExactBody)
 
 TEST_F(HttpTransportTest, AnswerLaterThanTheTimeoutIsATimeoutError)
 {
-    Gate gate;
-    m_server.setHandler("/slow", [&](const httplib::Request&, httplib::Response&) { gate.wait(); });
+    auto gate = std::make_shared<Gate>();
+    m_server.setHandler("/slow", [gate](const httplib::Request&, httplib::Response&) { gate->wait(); });
 
     HttpRequest request = requestTo(m_server.url("/slow"));
     request.timeout = 150ms;
     const Outcome outcome = sendAndWait(request);
-    gate.open();
+    gate->open();
 
     ASSERT_TRUE(outcome.done);
     ASSERT_TRUE(outcome.error.has_value());
@@ -285,9 +287,9 @@ TEST_F(HttpTransportTest, GarbledAnswerIsATransportError)
 
 TEST_F(HttpTransportTest, SlowAnswerDoesNotHoldBackOtherRequests)
 {
-    Gate gate;
-    m_server.setHandler("/slow", [&](const httplib::Request&, httplib::Response& response) {
-        gate.wait();
+    auto gate = std::make_shared<Gate>();
+    m_server.setHandler("/slow", [gate](const httplib::Request&, httplib::Response& response) {
+        gate->wait();
         response.set_content("slow", "text/plain");
     });
     Outcome slow;
@@ -298,7 +300,7 @@ TEST_F(HttpTransportTest, SlowAnswerDoesNotHoldBackOtherRequests)
     const Outcome fast = sendAndWait(requestTo(m_server.url("/fast")));
     EXPECT_TRUE(fast.done);
     EXPECT_FALSE(slow.done);
-    gate.open();
+    gate->open();
 
     ASSERT_TRUE(vrq::runMainLoopUntil([&] { return slow.done; }, 10s));
     EXPECT_EQ(slow.response.body, "slow");
