@@ -9,6 +9,7 @@
 #include "utils/VRQJsonHelpers.h"
 #include "utils/VRQMetricBatch.h"
 #include "utils/VRQReachability.h"
+#include "utils/VRQSDKVersion.h"
 
 #include <glib.h>
 #include <sys/utsname.h>
@@ -19,7 +20,6 @@
 namespace {
 
 constexpr const char* kDeviceIdKey = "VRQSDK_DEVICE_ID";
-constexpr const char* kVersion = "1.1.7.20";
 constexpr int kPlatform = 2;
 constexpr std::int64_t kInvaildTs = -99999;
 
@@ -129,7 +129,7 @@ void VRQSDKMonitor::resetWithSession(const nlohmann::json& session)
         std::lock_guard lock(m_mutex);
         m_reportPublicParams = {
             {"user_id", userId}, {"request_id", requestId}, {"server_ip", serverIp},
-            {"game_id", gameId}, {"app_id", appId}, {"version", kVersion},
+            {"game_id", gameId}, {"app_id", appId}, {"version", VRQSDKVersion},
             {"platform", kPlatform}, {"device_id", m_deviceId}, {"region", region},
             {"network_type", m_reportObj->networkType()},
         };

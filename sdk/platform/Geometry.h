@@ -1,5 +1,9 @@
 #pragma once
 
+#include <optional>
+#include <string>
+#include <string_view>
+
 namespace vrq {
 
 struct Point {
@@ -27,5 +31,13 @@ struct EdgeInsets {
     double right = 0;
     bool operator==(const EdgeInsets&) const = default;
 };
+
+// Text forms: "{w, h}", "{{x, y}, {w, h}}" and "{top, left, bottom, right}",
+// numbers in their shortest form ("{{-2, -3.5}, {16, 16}}").
+std::string stringFromSize(Size size);
+std::string stringFromRect(Rect rect);
+std::string stringFromEdgeInsets(EdgeInsets insets);
+// Reads the rectangle form back; nothing when the text is not in that form.
+std::optional<Rect> rectFromString(std::string_view text);
 
 } // namespace vrq

@@ -8,6 +8,7 @@
 #include "rtc/VRQSdkRtcDelegate.h"
 #include "rtc/VRQWebRTCDataHandler.h"
 #include "utils/VRQJsonHelpers.h"
+#include "utils/VRQSDKVersion.h"
 
 #include <charconv>
 #include <regex>
@@ -17,7 +18,6 @@ using namespace vrq::rtc;
 
 namespace {
 
-constexpr const char* kSdkVersion = "1.1.7.20";
 constexpr const char* kInnerLabels[] = {"hb", "ack", "sv", "cd", "km"};
 constexpr auto kHeartbeatInterval = std::chrono::milliseconds(1000);
 
@@ -219,7 +219,7 @@ nlohmann::json VRQWebrtClient::getClientSession() const
         {"payloadType", payloadType},
         {"profile", profile},
         {"sdkType", "IOS"},
-        {"sdkVersion", kSdkVersion},
+        {"sdkVersion", VRQSDKVersion},
     };
 }
 

@@ -1,0 +1,727 @@
+#include "core/VRQGamePlayer.h"
+
+#include "control/VRQGameVideoView.h"
+#include "core/VRQGameController.h"
+#include "core/VRQGameMessageHandler.h"
+#include "core/VRQHostCall_p.h"
+#include "log/VRQLog.h"
+#include "log/VRQLogManager.h"
+#include "monitor/VRQSDKMonitor.h"
+#include "monitor/VRQSDKReport.h"
+#include "platform/Crypto.h"
+#include "platform/MainLoop.h"
+#include "platform/NotificationCenter.h"
+#include "platform/Timer.h"
+#include "platform/UserDefaults.h"
+#include "rtc/VRQWebrtcClient.h"
+#include "utils/VRQHttpHelper.h"
+#include "utils/VRQJsonHelpers.h"
+#include "utils/VRQReachability.h"
+#include "utils/VRQSDKVersion.h"
+
+#include <cxxabi.h>
+
+#include <cmath>
+#include <set>
+#include <typeinfo>
+
+using nlohmann::json;
+
+namespace {
+
+constexpr const char* kCrashReporterInfosKey = "PlenkSDKInfos";
+constexpr const char* kCrashReporterAppId = "4be21f7a0d";
+constexpr double kFpsEpsilon = 0.0001;
+constexpr int kNoVideoChecksBeforeReconnect = 5;
+constexpr auto kAckTimeoutLeeway = std::chrono::milliseconds(500);
+
+// One sequence for the acknowledged messages of every player in the process.
+std::atomic<std::int32_t> kAckMessageId{10000};
+
+// Input types that travel on "ack" (with a timestamp as their sequence number).
+const std::set<std::string, std::less<>>& gAckMessageType()
+{
+    static const std::set<std::string, std::less<>> types = {"cursor_state",   "mouseleft", "keys_clean",
+                                                             "set_cursor",     "capslock_state", "wnd_pos"};
+    return types;
+}
+
+std::chrono::milliseconds secondsToMs(double seconds)
+{
+    return std::chrono::milliseconds(static_cast<std::int64_t>(std::llround(seconds * 1000.0)));
+}
+
+VRQError sdkError(int code)
+{
+    return VRQError{VRQGamePlayer::kErrorDomain, code, {}};
+}
+
+std::string className(const VRQGameMessageHandler& handler)
+{
+    int status = 0;
+    char* name = abi::__cxa_demangle(typeid(handler).name(), nullptr, nullptr, &status);
+    std::string result = status == 0 && name ? name : typeid(handler).name();
+    std::free(name);
+    return result;
+}
+
+} // namespace
+
+std::shared_ptr<VRQGamePlayer> VRQGamePlayer::create(const json& params, std::weak_ptr<VRQGamePlayerDelegate> delegate)
+{
+    initialize();
+    std::shared_ptr<VRQGamePlayer> player(new VRQGamePlayer(std::move(delegate)));
+    player->setUp(params);
+    return player;
+}
+
+void VRQGamePlayer::initialize()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        gAckMessageType();
+        const auto folder = vrq::documentsDirectory() / "vrq_logs";
+        VRQLogManager::sharedManager().initSDK(folder.string(), VRQLogManager::kLogFileSize, 2);
+        // The host's crash reporter lists the versions of the SDKs it finds here.
+        auto& defaults = vrq::UserDefaults::standard();
+        json infos = json::object();
+        if (const auto stored = defaults.objectForKey(kCrashReporterInfosKey); stored && stored->is_object())
+            infos = *stored;
+        infos[kCrashReporterAppId] = VRQSDKVersion;
+        defaults.setObject(infos, kCrashReporterInfosKey);
+    });
+}
+
+void VRQGamePlayer::setLogger(VRQLogDelegate* logger, int minLevel)
+{
+    VRQLogManager::sharedManager().setLogDelegate(logger, minLevel);
+}
+
+VRQGamePlayer::VRQGamePlayer(std::weak_ptr<VRQGamePlayerDelegate> delegate)
+    : m_delegate(std::move(delegate))
+{
+}
+
+void VRQGamePlayer::setUp(const json& params)
+{
+    m_gameController = std::make_shared<VRQGameController>();
+    m_gameController->setWeakPlayer(weak_from_this());
+    std::weak_ptr<VRQGamePlayer> weak = weak_from_this();
+    m_networkObserver = vrq::NotificationCenter::defaultCenter().addObserver(
+        kVRQReachabilityChangedNotification, [weak](const vrq::Notification&) {
+            if (auto self = weak.lock())
+                self->onNetworkStatusChanged();
+        });
+    auto client = VRQWebrtClient::create(params, this);
+    setRtcClient(client);
+    for (const char* label : {"hb", "cd", "km", "sv", "ack"})
+        client->registDataChannelHandler(weak_from_this(), label);
+}
+
+VRQGamePlayer::~VRQGamePlayer()
+{
+    vrq::NotificationCenter::defaultCenter().removeObserver(m_networkObserver);
+    {
+        std::lock_guard lock(m_ackMutex);
+        m_onceAckHandleMap.clear();
+        for (auto& [seq, timer] : m_onceAckTimeoutMap)
+            timer->cancel();
+        m_onceAckTimeoutMap.clear();
+    }
+    stopGame();
+    if (auto client = rtcClient())
+        client->setDelegate(nullptr);
+}
+
+// MARK: - Accessors
+
+std::shared_ptr<VRQGamePlayerDelegate> VRQGamePlayer::delegate() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_delegate.lock();
+}
+
+void VRQGamePlayer::setDelegate(std::weak_ptr<VRQGamePlayerDelegate> delegate)
+{
+    std::lock_guard lock(m_mutex);
+    m_delegate = std::move(delegate);
+}
+
+std::shared_ptr<VRQGameArchiveDelegate> VRQGamePlayer::archiveDelegate() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_archiveDelegate.lock();
+}
+
+void VRQGamePlayer::setArchiveDelegate(std::weak_ptr<VRQGameArchiveDelegate> delegate)
+{
+    std::lock_guard lock(m_mutex);
+    m_archiveDelegate = std::move(delegate);
+}
+
+std::shared_ptr<VRQWebrtClient> VRQGamePlayer::rtcClient() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_rtcClient;
+}
+
+void VRQGamePlayer::setRtcClient(std::shared_ptr<VRQWebrtClient> client)
+{
+    std::lock_guard lock(m_mutex);
+    m_rtcClient = std::move(client);
+}
+
+void VRQGamePlayer::postToMain(std::function<void(VRQGamePlayer&)> fn)
+{
+    vrq::dispatchMainAsync([weak = weak_from_this(), fn = std::move(fn)] {
+        if (auto self = weak.lock())
+            fn(*self);
+    });
+}
+
+// MARK: - Lifecycle
+
+bool VRQGamePlayer::startGameWithRemoteSession(const std::string& remoteSession, VRQError* error)
+{
+    vrq::assertMainThread();
+    const auto status = gameStatus();
+    if (status != VRQGameStatusInited && status != VRQGameStatusReconnecting) {
+        VRQ_LOG_UPLOAD(3, "start not inited.");
+        return false;
+    }
+    const auto decoded = vrq::base64Decode(remoteSession);
+    const auto session = decoded ? vrq_dictionaryWithJsonObject(*decoded) : std::nullopt;
+    VRQ_LOG_UPLOAD(1, "start version:%s commit_id:%s", VRQSDKVersion, vrqCommitId());
+    if (!session || session->empty()) {
+        VRQ_LOG(3, "start parse sdp answer error %s", decoded ? decoded->c_str() : remoteSession.c_str());
+        return false;
+    }
+    const std::int32_t code = vrq_intForKey(*session, "code", -1);
+    if (code != 0) {
+        if (error)
+            *error = sdkError(code);
+        VRQ_LOG(3, "start sdp answer error %s", session->dump().c_str());
+        return false;
+    }
+    const auto metricKey = vrq_stringForKey(*session, "metric_key", std::string());
+    if (metricKey && !metricKey->empty())
+        VRQHttpHelper::setMetricSigKey(*metricKey);
+    return playGameWithRemoteSdp(*session);
+}
+
+bool VRQGamePlayer::playGameWithRemoteSdp(const json& remoteSession)
+{
+    VRQ_LOG(1, "playGameWithRemoteSdp:%s", remoteSession.dump().c_str());
+    VRQSDKMonitor::sharedInstance().resetWithSession(remoteSession);
+    const std::string sdp = vrq_stringForKey(remoteSession, "sdp", std::string()).value_or("");
+    if (sdp.empty()) {
+        VRQ_LOG_UPLOAD(3, "playGameWithRemoteSdp remoteSdp.length == 0");
+        return false;
+    }
+    const auto view = videoView();
+    if (!view || view->vrq_w() == 0 || view->vrq_h() == 0) {
+        VRQ_LOG_UPLOAD(3, "playGameWithRemoteSdp self.videoView.size == 0");
+        return false;
+    }
+    m_oldNetworkStatus = VRQReachability::sharedInstance().currentReachabilityStatus();
+    if (auto client = rtcClient())
+        client->setRemoteSdp(sdp);
+    const json screenConfig = vrq_dictionaryForKey(remoteSession, "screen_config", json::object());
+    if (!screenConfig.empty())
+        handleOrientationMessage(screenConfig);
+    scheduleConnectTimeout();
+    return true;
+}
+
+void VRQGamePlayer::stopGame()
+{
+    VRQ_LOG_UPLOAD(1, "stopGame");
+    stopCheckFPS();
+    if (auto client = rtcClient())
+        client->close();
+    cancelConnectTimeout();
+    const auto status = gameStatus();
+    if (status != VRQGameStatusNone && status != VRQGameStatusStopped)
+        VRQSDKMonitor::sharedInstance().onStopGame(19000);
+    setGameStatus(VRQGameStatusStopped);
+}
+
+void VRQGamePlayer::setConnectTimeout(double seconds)
+{
+    VRQ_LOG(1, "setConnectTime %f", seconds);
+    m_connectTimeout = seconds;
+}
+
+json VRQGamePlayer::currentStatisReport() const
+{
+    return VRQSDKMonitor::sharedInstance().currentReport();
+}
+
+// The pending timeout holds the player: a session that is connecting stays
+// alive until it connects, times out or is stopped.
+void VRQGamePlayer::scheduleConnectTimeout()
+{
+    cancelConnectTimeout();
+    m_connectTimeoutTimer = vrq::Timer::onMain(secondsToMs(m_connectTimeout.load()), false,
+                                               [self = shared_from_this()] { self->onConnectTimeout(); });
+}
+
+void VRQGamePlayer::cancelConnectTimeout()
+{
+    if (m_connectTimeoutTimer) {
+        m_connectTimeoutTimer->cancel();
+        m_connectTimeoutTimer.reset();
+    }
+}
+
+void VRQGamePlayer::onConnectTimeout()
+{
+    m_connectTimeoutTimer.reset();
+    stopCheckFPS();
+    if (auto client = rtcClient())
+        client->close();
+    setGameStatus(VRQGameStatusStopped);
+    VRQSDKMonitor::sharedInstance().onStopGame(10009);
+    if (auto target = delegate())
+        vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(10009, std::nullopt); });
+    const auto view = videoView();
+    VRQ_LOG(2, "onConnectTimeout videoFrame:%s", vrq::stringFromRect(view ? view->frame() : vrq::Rect{}).c_str());
+}
+
+void VRQGamePlayer::startCheckFPS()
+{
+    stopCheckFPS();
+    m_noVideoFrameDuration = 0;
+    m_checkFpsTimer = vrq::Timer::onMain(std::chrono::seconds(1), true, [self = shared_from_this()] { self->doCheckFPS(); });
+}
+
+void VRQGamePlayer::stopCheckFPS()
+{
+    if (m_checkFpsTimer) {
+        m_checkFpsTimer->cancel();
+        m_checkFpsTimer.reset();
+    }
+}
+
+void VRQGamePlayer::doCheckFPS()
+{
+    const float fps = VRQSDKMonitor::sharedInstance().currentSDKReport().fps();
+    if (fps > kFpsEpsilon)
+        m_noVideoFrameDuration = 0;
+    else
+        ++m_noVideoFrameDuration;
+    // The counter is left as it is: doReConnect stops this timer, and the next
+    // first frame starts a fresh one. Without a reconnect left nothing happens.
+    if (m_noVideoFrameDuration >= kNoVideoChecksBeforeReconnect && canTryReConnect()) {
+        doReConnect();
+        if (auto target = delegate())
+            vrqCallHost("onStartReConnectWithReason", [&] { target->onStartReConnectWithReason(10020); });
+        VRQSDKMonitor::sharedInstance().onStartReconnect(10020);
+    }
+}
+
+// Ends the session for good, as a failure the host hears of.
+void VRQGamePlayer::failSession(int code)
+{
+    setGameStatus(VRQGameStatusStopped);
+    if (auto target = delegate())
+        vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(code, std::nullopt); });
+    VRQSDKMonitor::sharedInstance().onDisconnectWithError(code);
+}
+
+// MARK: - RTC client events
+
+void VRQGamePlayer::onSetLocalDescriptionSuccess()
+{
+    VRQ_LOG(1, "onSetLocalDescriptionSuccess");
+    auto client = rtcClient();
+    const json clientSession = client ? client->getClientSession() : json::object();
+    VRQGameStatus expected = VRQGameStatusNone;
+    m_gameStatus.compare_exchange_strong(expected, VRQGameStatusInited);
+    postToMain([clientSession](VRQGamePlayer& self) {
+        const auto status = self.gameStatus();
+        if (status == VRQGameStatusInited) {
+            const std::string text = vrq_stringWithJsonDic(clientSession).value_or("");
+            if (auto target = self.delegate())
+                vrqCallHost("onInitSuccess", [&] { target->onInitSuccess(text); });
+        } else if (status == VRQGameStatusReconnecting) {
+            self.requestNewRemoteSDP(vrq_toJsonData(clientSession).value_or(""));
+        }
+    });
+}
+
+void VRQGamePlayer::onSetLocalDescriptionFailure(const VRQError& error)
+{
+    VRQ_LOG(3, "onSetLocalDescriptionFailure:%s", error.toString().c_str());
+    postToMain([error](VRQGamePlayer& self) {
+        if (auto target = self.delegate())
+            vrqCallHost("onInitFailure", [&] { target->onInitFailure(10001, error); });
+    });
+    setGameStatus(VRQGameStatusNone);
+    VRQSDKMonitor::sharedInstance().onSetLocalSdpError(error.code);
+}
+
+void VRQGamePlayer::onSetRemoteDescriptionFailed(const VRQError& error)
+{
+    VRQ_LOG(3, "onSetRemoteDescriptionFailed:%s", error.toString().c_str());
+    setGameStatus(VRQGameStatusStopped);
+    postToMain([error](VRQGamePlayer& self) {
+        self.cancelConnectTimeout();
+        if (auto target = self.delegate())
+            vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(10000, error); });
+    });
+    VRQSDKMonitor::sharedInstance().onSetRemoteSdpError(error.code);
+}
+
+void VRQGamePlayer::onPeerReady()
+{
+    VRQ_LOG(1, "onPeerReady");
+    VRQSDKMonitor::sharedInstance().onConnectSuccess();
+}
+
+void VRQGamePlayer::onPeerConnected()
+{
+    VRQ_LOG(1, "webrtc pc connected");
+}
+
+void VRQGamePlayer::onFirstFrameDraw()
+{
+    VRQ_LOG(1, "onFirstFrameDraw");
+    setGameStatus(VRQGameStatusPlaying);
+    // Every connection that shows video earns a fresh reconnect budget.
+    m_tryConnectTime = 3;
+    startCheckFPS();
+    if (auto target = delegate())
+        vrqCallHost("onVideoShow", [&] { target->onVideoShow(); });
+    VRQSDKMonitor::sharedInstance().onFirstFrameDraw();
+    cancelConnectTimeout();
+}
+
+void VRQGamePlayer::onRectChangeOldSize(vrq::Size /*oldSize*/, vrq::Size newSize)
+{
+    VRQ_LOG(1, "onRectChangeOldSize:%s", vrq::stringFromSize(newSize).c_str());
+    if (auto target = delegate())
+        vrqCallHost("onVideoSizeChanged", [&] { target->onVideoSizeChanged(newSize); });
+    VRQSDKMonitor::sharedInstance().onVideoSizeChanged(newSize);
+}
+
+void VRQGamePlayer::onDisconnection()
+{
+    VRQ_LOG(1, "onDisconnection");
+    stopCheckFPS();
+    cancelConnectTimeout();
+    if (canTryReConnect()) {
+        doReConnect();
+        if (auto target = delegate())
+            vrqCallHost("onStartReConnectWithReason", [&] { target->onStartReConnectWithReason(10002); });
+        VRQSDKMonitor::sharedInstance().onStartReconnect(10002);
+    } else {
+        failSession(10002);
+    }
+}
+
+// MARK: - Reconnection
+
+bool VRQGamePlayer::canTryReConnect() const
+{
+    return !m_isPaused && m_tryConnectTime > 0;
+}
+
+void VRQGamePlayer::doReConnect()
+{
+    vrq::assertMainThread();
+    --m_tryConnectTime;
+    m_isPaused = false;
+    VRQ_LOG(1, "do reConnect time:%d", m_tryConnectTime);
+    setGameStatus(VRQGameStatusReconnecting);
+    stopCheckFPS();
+    if (auto client = rtcClient())
+        client->reConnect();
+    scheduleConnectTimeout();
+}
+
+void VRQGamePlayer::reconnectRemote()
+{
+    VRQ_LOG(1, "start reconnectRemote");
+    m_tryConnectTime = 3;
+    doReConnect();
+    VRQSDKMonitor::sharedInstance().onStartReconnect(19001);
+}
+
+void VRQGamePlayer::requestNewRemoteSDP(const std::string& localSdp)
+{
+    VRQ_LOG(1, "start requestNewRemoteSDP");
+    const auto& report = VRQSDKMonitor::sharedInstance().currentSDKReport();
+    VRQHttpHelper::requestNewRemoteSdpAtServerIp(
+        report.serverIP(), report.token(), report.userID(), localSdp,
+        [weak = weak_from_this()](std::optional<VRQError>, std::string body) {
+            if (auto self = weak.lock())
+                self->onReconnectAnswer(body);
+        });
+}
+
+void VRQGamePlayer::onReconnectAnswer(const std::string& body)
+{
+    const json answer = vrq_dictionaryWithJsonObject(body).value_or(json::object());
+    const std::string sdp = vrq_stringForKey(answer, "sdp", std::string()).value_or("");
+    if (sdp.empty()) {
+        // With the network down, wait: its return retries, or the connect timeout ends the session.
+        if (VRQReachability::sharedInstance().currentReachabilityStatus() == VRQNotReachable)
+            return;
+        VRQ_LOG(3, "result has no sdp %s", body.c_str());
+        failSession(10002);
+        return;
+    }
+    if (!playGameWithRemoteSdp(answer))
+        failSession(10002);
+}
+
+void VRQGamePlayer::onNetworkStatusChanged()
+{
+    const std::int64_t status = VRQReachability::sharedInstance().currentReachabilityStatus();
+    VRQ_LOG(1, "onNetworkStatusChanged:%zu", static_cast<std::size_t>(status));
+    if (gameStatus() == VRQGameStatusReconnecting && m_oldNetworkStatus == VRQNotReachable && status != VRQNotReachable
+        && canTryReConnect())
+        doReConnect();
+    VRQSDKMonitor::sharedInstance().onNetworkChanged(status);
+    m_oldNetworkStatus = status;
+}
+
+// MARK: - Game operations
+
+void VRQGamePlayer::startGameWithExperienceCode(const std::string& code, VRQError* error)
+{
+    const json params = {{"experience_code", code}};
+    VRQHttpHelper::createExperienceSession(
+        params, [self = shared_from_this(), params, error](std::optional<VRQError> failure, std::string body) {
+            if (failure || body.empty()) {
+                VRQ_LOG(3, "createExperienceSession failed, error:%s params:%s",
+                        failure ? failure->toString().c_str() : "(null)", params.dump().c_str());
+                return;
+            }
+            const json result = vrq_dictionaryWithJsonObject(body).value_or(json::object());
+            if (vrq_intForKey(result, "Code", -1) != 0) {
+                VRQ_LOG(3, "createExperienceSession failed, result:%s", result.dump().c_str());
+                return;
+            }
+            const std::string session = vrq_stringForKey(result, "ServerSession", std::string()).value_or("");
+            self->startGameWithRemoteSession(session, error);
+        });
+}
+
+// Game-control envelopes carry the time as their sequence number: no reply is awaited.
+void VRQGamePlayer::sendGameControl(const json& data)
+{
+    sendMessage({{"seq", vrq::nowMs()}, {"data", data}}, "ack");
+}
+
+void VRQGamePlayer::restartGame()
+{
+    VRQ_LOG(1, "restartGame");
+    sendGameControl({{"type", "game_op"}, {"op", "restart"}});
+}
+
+void VRQGamePlayer::pauseResumeGame(bool pause)
+{
+    VRQ_LOG(1, "pauseResumeGame:%d", pause ? 1 : 0);
+    const auto status = gameStatus();
+    if (status == VRQGameStatusStopped) {
+        if (!pause)
+            reconnectRemote();
+        return;
+    }
+    if (status != VRQGameStatusPlaying) {
+        VRQ_LOG(2, "status error:%zd", static_cast<std::ptrdiff_t>(status));
+        return;
+    }
+    sendGameControl({{"type", "game_op"}, {"op", pause ? "pause" : "resume"}});
+    if (pause) {
+        stopCheckFPS();
+        m_isPaused = true;
+    } else {
+        startCheckFPS();
+        m_isPaused = false;
+    }
+}
+
+void VRQGamePlayer::setStreamBitrateMix(std::uint32_t minKbps, std::uint32_t maxKbps, std::int32_t fps)
+{
+    VRQ_LOG(1, "setStreamBitrateMin:%dKbps, max:%dKbps, fps:%dfps", static_cast<int>(minKbps),
+            static_cast<int>(maxKbps), fps);
+    // Sent as given: the server decides what it can do.
+    sendGameControl({{"type", "res_mode"}, {"min_bitrate", minKbps}, {"max_bitrate", maxKbps}, {"fps", fps},
+                     {"unit", "Kbps"}});
+}
+
+void VRQGamePlayer::setVolumeScale(float scale)
+{
+    VRQ_LOG_UPLOAD(1, "setVolumeScale %.2f", static_cast<double>(scale));
+    if (auto client = rtcClient())
+        client->setVolume(scale);
+}
+
+std::shared_ptr<VRQGameVideoView> VRQGamePlayer::videoView() const
+{
+    auto client = rtcClient();
+    return client ? client->playView() : nullptr;
+}
+
+double VRQGamePlayer::videoViewScale() const
+{
+    const auto view = videoView();
+    return view ? view->scaleValue() : 0.0;
+}
+
+void VRQGamePlayer::setVideoViewEnablePinch(bool enable)
+{
+    VRQ_LOG_UPLOAD(1, "setEnablePinch:%d", enable ? 1 : 0);
+    if (auto view = videoView())
+        view->setEnablePinch(enable);
+}
+
+void VRQGamePlayer::resetVideoViewFrame()
+{
+    if (auto view = videoView())
+        view->resetVideoViewFrame();
+}
+
+void VRQGamePlayer::setVideoViewInsets(vrq::EdgeInsets insets)
+{
+    VRQ_LOG_UPLOAD(1, "setVideoViewMoveInsets:%s", vrq::stringFromEdgeInsets(insets).c_str());
+    if (auto view = videoView())
+        view->setMoveInsets(insets);
+}
+
+// MARK: - Sending
+
+void VRQGamePlayer::sendMessage(const json& message, const std::string& label)
+{
+    auto client = rtcClient();
+    const auto data = vrq_toJsonData(message);
+    if (client && data)
+        client->sendRawData(*data, label);
+}
+
+bool VRQGamePlayer::sendCustomData(const std::string& data, const std::string& label)
+{
+    auto client = rtcClient();
+    return client && client->sendRawData(data, label, true);
+}
+
+void VRQGamePlayer::sendKeycodeMessage(const json& message)
+{
+    const std::string type = vrq_stringForKey(message, "type", std::string()).value_or("");
+    if (gAckMessageType().contains(type))
+        sendMessage({{"seq", vrq::nowMs()}, {"data", message}}, "ack");
+    else
+        sendMessage(message, "km");
+}
+
+void VRQGamePlayer::sendAckMessage(const json& message, OnceCallback onceCallback)
+{
+    const std::int64_t seq = kAckMessageId.fetch_add(1);
+    const json envelope = {{"seq", seq}, {"data", message}};
+    if (onceCallback) {
+        const auto interval = secondsToMs(m_connectTimeout.load());
+        std::lock_guard lock(m_ackMutex);
+        m_onceAckHandleMap[seq] = std::move(onceCallback);
+        m_onceAckTimeoutMap[seq] = vrq::Timer::onGlobal(
+            interval, true,
+            [weak = weak_from_this(), seq] {
+                if (auto self = weak.lock())
+                    self->onAckTimeout(seq);
+            },
+            kAckTimeoutLeeway);
+    }
+    sendMessage(envelope, "ack");
+}
+
+void VRQGamePlayer::onAckTimeout(std::int64_t seq)
+{
+    OnceCallback callback;
+    {
+        std::lock_guard lock(m_ackMutex);
+        const auto pending = m_onceAckHandleMap.find(seq);
+        if (pending == m_onceAckHandleMap.end())
+            return;
+        callback = std::move(pending->second);
+        m_onceAckHandleMap.erase(pending);
+        if (const auto timer = m_onceAckTimeoutMap.find(seq); timer != m_onceAckTimeoutMap.end()) {
+            timer->second->cancel();
+            m_onceAckTimeoutMap.erase(timer);
+        }
+    }
+    vrqCallHost("ack callback", [&] { callback(sdkError(10021), json()); });
+}
+
+// MARK: - Message handlers
+
+void VRQGamePlayer::registerMessageHandler(VRQGameMessageHandler* handler, const std::string& type)
+{
+    VRQ_LOG(1, "%s handler type:%s", handler ? className(*handler).c_str() : "(null)", type.c_str());
+    if (type.empty())
+        return;
+    std::lock_guard lock(m_mutex);
+    m_messageHandler.vrq_setWeakObject(handler, type);
+}
+
+void VRQGamePlayer::removeMessageHandler(VRQGameMessageHandler* handler, const std::string& type)
+{
+    VRQ_LOG(1, "remove %s handler type:%s", handler ? className(*handler).c_str() : "(null)", type.c_str());
+    if (type.empty())
+        return;
+    std::lock_guard lock(m_mutex);
+    if (m_messageHandler.vrq_weakObjectForKey(type) == handler)
+        m_messageHandler.removeObjectForKey(type);
+}
+
+bool VRQGamePlayer::callMessageHandle(const std::string& type, const json& message)
+{
+    {
+        std::lock_guard lock(m_mutex);
+        if (!m_messageHandler.vrq_weakObjectForKey(type))
+            return false;
+    }
+    // Looked up again on the main thread: a handler removed in between is not called.
+    postToMain([type, message](VRQGamePlayer& self) {
+        VRQGameMessageHandler* handler = nullptr;
+        {
+            std::lock_guard lock(self.m_mutex);
+            handler = self.m_messageHandler.vrq_weakObjectForKey(type);
+        }
+        if (!handler)
+            return;
+        VRQ_LOG(1, "callMessageHandle type %s", type.c_str());
+        vrqCallHost("handleMessageType", [&] { handler->handleMessageType(type, message); });
+    });
+    return true;
+}
+
+// MARK: - Data channels
+
+std::int32_t VRQGamePlayer::getDataChannelState(const std::string& label) const
+{
+    auto client = rtcClient();
+    return client ? client->getDataChannelState(label) : 3;
+}
+
+void VRQGamePlayer::closeDataChannelWithLabel(const std::string& label)
+{
+    if (auto client = rtcClient())
+        client->closeDataChannelWithLabel(label);
+}
+
+void VRQGamePlayer::registDataChannelHandler(std::weak_ptr<VRQWebRTCDataHandler> handler, const std::string& label)
+{
+    if (auto client = rtcClient())
+        client->registDataChannelHandler(std::move(handler), label);
+}
+
+void VRQGamePlayer::unRegistDataChannelHandler(const std::weak_ptr<VRQWebRTCDataHandler>& handler,
+                                               const std::string& label)
+{
+    if (auto client = rtcClient())
+        client->unRegistDataChannelHandler(handler, label);
+}
+
+void VRQGamePlayer::dataChannelDidChangeState(std::int32_t /*state*/, const std::string& /*label*/) {}

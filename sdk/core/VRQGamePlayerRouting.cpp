@@ -1,0 +1,231 @@
+// VRQGamePlayer: routing of the server's messages on the fixed channels, and
+// custom transmission channels.
+#include "core/VRQCustomTransChannel.h"
+#include "core/VRQGameController.h"
+#include "core/VRQGamePlayer.h"
+#include "core/VRQHostCall_p.h"
+#include "log/VRQLog.h"
+#include "monitor/VRQSDKMonitor.h"
+#include "platform/MainLoop.h"
+#include "platform/Timer.h"
+#include "rtc/VRQWebrtcClient.h"
+#include "utils/VRQHttpHelper.h"
+#include "utils/VRQJsonHelpers.h"
+
+#include <charconv>
+
+using nlohmann::json;
+
+namespace {
+
+// Labels of custom channels: custom_trans_1, custom_trans_2, ... for the process.
+std::atomic<std::int32_t> gCustomDataInc{1};
+
+// A disconnect code may come as a number or as a numeric string.
+std::optional<std::int64_t> disconnectCode(const json& value)
+{
+    if (value.is_number() || value.is_boolean())
+        return vrq_longForKey(json{{"code", value}}, "code", 0);
+    if (value.is_string()) {
+        const auto& text = value.get_ref<const std::string&>();
+        std::int64_t code = 0;
+        const char* begin = text.data();
+        while (begin < text.data() + text.size() && *begin == ' ')
+            ++begin;
+        std::from_chars(begin, text.data() + text.size(), code);
+        return code;
+    }
+    return std::nullopt;
+}
+
+std::optional<int> failureForDisconnectCode(std::int64_t code)
+{
+    switch (code) {
+    case 0:
+        return 10003;
+    case 1:
+        return 10004;
+    case 2:
+        return 10008;
+    default:
+        return std::nullopt;
+    }
+}
+
+} // namespace
+
+void VRQGamePlayer::onReceiveMsg(const vrq::rtc::DataBuffer& buffer, const std::string& label)
+{
+    const auto message = vrq_dictionaryWithJsonObject(std::string_view(buffer.data));
+    if (!message || message->empty())
+        return;
+    if (label == "sv")
+        onSvMessage(*message);
+    else if (label == "hb")
+        onHbMessage(*message);
+    else if (label == "ack")
+        onAckMessage(*message);
+    else if (label == "km")
+        onKmMessage(*message);
+    else if (label == "cd")
+        onCdMessage(*message);
+}
+
+void VRQGamePlayer::onHbMessage(const json& message)
+{
+    const auto codeValue = message.find("code");
+    if (codeValue != message.end() && !codeValue->is_null()) {
+        const std::int64_t code = disconnectCode(*codeValue).value_or(0);
+        VRQ_LOG(3, "disconnect code:%d", static_cast<int>(code));
+        const auto failure = failureForDisconnectCode(code);
+        if (!failure)
+            return;
+        // The connection stays up: the host is expected to call stopGame.
+        setGameStatus(VRQGameStatusStopped);
+        postToMain([failure = *failure](VRQGamePlayer& self) {
+            if (auto target = self.delegate())
+                vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(failure, std::nullopt); });
+        });
+        VRQSDKMonitor::sharedInstance().onStopGame(*failure);
+        return;
+    }
+    if (message.contains("token")) {
+        const std::int64_t timestamp = vrq_longForKey(message, "timestamp", 0);
+        const std::string token = vrq_stringForKey(message, "token", std::string()).value_or("");
+        const auto rtt = static_cast<std::int32_t>(vrq::nowMs() - timestamp);
+        VRQ_LOG(0, "onHeartbeat rtt:%d token:%s", rtt, token.c_str());
+        VRQSDKMonitor::sharedInstance().updateRTT(rtt);
+        VRQSDKMonitor::sharedInstance().updateToken(token);
+    }
+}
+
+void VRQGamePlayer::onAckMessage(const json& message)
+{
+    const json data = vrq_dictionaryForKey(message, "data", json::object());
+    if (data.empty())
+        return;
+    const std::string type = vrq_stringForKey(data, "type", std::string()).value_or("");
+    if (type == "mouseleft") {
+        m_gameController->handleClickedTextFieldMsg(data);
+        return;
+    }
+    if (type == "cursor_state") {
+        m_gameController->handleMouseCursorStateMsg(data);
+        return;
+    }
+    if (!type.empty() && callMessageHandle(type, data))
+        return;
+    const std::int64_t seq = vrq_longForKey(message, "seq", 0);
+    OnceCallback callback;
+    {
+        std::lock_guard lock(m_ackMutex);
+        const auto pending = m_onceAckHandleMap.find(seq);
+        if (pending == m_onceAckHandleMap.end())
+            return;
+        // Taken out at once, so that a time-out racing this reply finds nothing.
+        callback = std::move(pending->second);
+        m_onceAckHandleMap.erase(pending);
+    }
+    vrq::dispatchMainAsync([callback = std::move(callback), data] {
+        vrqCallHost("ack callback", [&] { callback(std::nullopt, data); });
+    });
+    vrq::dispatchGlobalAsync([weak = weak_from_this(), seq] {
+        auto self = weak.lock();
+        if (!self)
+            return;
+        std::shared_ptr<vrq::Timer> timer;
+        {
+            std::lock_guard lock(self->m_ackMutex);
+            if (const auto found = self->m_onceAckTimeoutMap.find(seq); found != self->m_onceAckTimeoutMap.end()) {
+                timer = std::move(found->second);
+                self->m_onceAckTimeoutMap.erase(found);
+            }
+        }
+        if (timer)
+            timer->cancel();
+    });
+}
+
+void VRQGamePlayer::onKmMessage(const json& message)
+{
+    VRQSDKMonitor::sharedInstance().updateRemoteInfo(message);
+}
+
+void VRQGamePlayer::onCdMessage(const json& message)
+{
+    if (vrq_stringForKey(message, "data_type", std::string("mouse")) == "mouse")
+        m_gameController->handleMouseCursorImageMsg(message);
+}
+
+void VRQGamePlayer::onSvMessage(const json& message)
+{
+    const std::string type = vrq_stringForKey(message, "type", std::string()).value_or("");
+    const json data = vrq_dictionaryForKey(message, "data", json::object());
+    if (type == "archive_load_status" || type == "archive_save_status") {
+        const bool load = type == "archive_load_status";
+        const std::int32_t status = vrq_intForKey(data, "status", 4);
+        VRQ_LOG(1, "%s:%d", type.c_str(), status);
+        postToMain([load, status, data](VRQGamePlayer& self) {
+            auto target = self.archiveDelegate();
+            if (!target)
+                return;
+            vrqCallHost("archive status", [&] {
+                if (load)
+                    target->onLoadStatusChanged(status, data);
+                else
+                    target->onSaveStatusChanged(status, data);
+            });
+        });
+    } else if (type == "game_start_complete") {
+        const std::int32_t status = vrq_intForKey(data, "status", 1);
+        VRQ_LOG(1, "game_start_complete:%d", status);
+        if (status == 0) {
+            postToMain([](VRQGamePlayer& self) {
+                if (auto target = self.delegate())
+                    vrqCallHost("onGameProcessRun", [&] { target->onGameProcessRun(); });
+            });
+        }
+    } else if (type == "auto_login") {
+        m_gameController->handleAutoLoginStatusMsg(data);
+    } else if (type == "client_input_status_changed") {
+        m_gameController->handleRemoteInputStatusMsg(data);
+    } else if (type == "metric_sig_key") {
+        const std::string key = vrq_stringForKey(data, "sig_key", std::string()).value_or("");
+        if (!key.empty())
+            VRQHttpHelper::setMetricSigKey(key);
+    } else if (type == "screen_config_change") {
+        handleOrientationMessage(data);
+    }
+}
+
+void VRQGamePlayer::handleOrientationMessage(const json& message)
+{
+    const std::string orientation = vrq_stringForKey(message, "orientation", std::string()).value_or("");
+    if (orientation == "landscape")
+        m_videoOrientation = 3;
+    else if (orientation == "portrait")
+        m_videoOrientation = 1;
+    else
+        return;
+    postToMain([value = m_videoOrientation.load()](VRQGamePlayer& self) {
+        if (auto target = self.delegate())
+            vrqCallHost("onVideoOrientationChanged", [&] { target->onVideoOrientationChanged(value); });
+    });
+}
+
+std::shared_ptr<VRQCustomTransChannel> VRQGamePlayer::openCustomTransChannel(
+    std::int32_t remotePort, std::weak_ptr<VRQCustomTransChannelDelegate> delegate)
+{
+    if (remotePort < 1 || delegate.expired()) {
+        VRQ_LOG_UPLOAD(1, "createCustomTransChannel parameter error");
+        return nullptr;
+    }
+    const std::string label = "custom_trans_" + std::to_string(gCustomDataInc.fetch_add(1));
+    VRQ_LOG_UPLOAD(1, "createCustomTransChannel remotePort:%d label:%s", remotePort, label.c_str());
+    auto client = rtcClient();
+    if (!client || !client->createDataChannelWithLabel(label)) {
+        VRQ_LOG_UPLOAD(1, "createCustomTransChannel remotePort:%d label:%s failed.", remotePort, label.c_str());
+        return nullptr;
+    }
+    return VRQCustomTransChannel::create(shared_from_this(), label, remotePort, std::move(delegate));
+}

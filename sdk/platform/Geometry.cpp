@@ -1,0 +1,59 @@
+#include "platform/Geometry.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace vrq {
+
+namespace {
+
+std::string number(double value)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.17g", value);
+    // The shortest form that reads back to the same value.
+    for (int precision = 1; precision < 17; ++precision) {
+        char shorter[32];
+        std::snprintf(shorter, sizeof shorter, "%.*g", precision, value);
+        if (std::strtod(shorter, nullptr) == value)
+            return shorter;
+    }
+    return text;
+}
+
+std::string pair(double first, double second)
+{
+    return "{" + number(first) + ", " + number(second) + "}";
+}
+
+} // namespace
+
+std::string stringFromSize(Size size)
+{
+    return pair(size.width, size.height);
+}
+
+std::string stringFromRect(Rect rect)
+{
+    return "{" + pair(rect.origin.x, rect.origin.y) + ", " + pair(rect.size.width, rect.size.height) + "}";
+}
+
+std::string stringFromEdgeInsets(EdgeInsets insets)
+{
+    return "{" + number(insets.top) + ", " + number(insets.left) + ", " + number(insets.bottom) + ", "
+           + number(insets.right) + "}";
+}
+
+std::optional<Rect> rectFromString(std::string_view text)
+{
+    const std::string copy(text);
+    Rect rect;
+    int consumed = 0;
+    const int read = std::sscanf(copy.c_str(), " {{ %lf , %lf } , { %lf , %lf }}%n", &rect.origin.x, &rect.origin.y,
+                                 &rect.size.width, &rect.size.height, &consumed);
+    if (read != 4 || consumed == 0)
+        return std::nullopt;
+    return rect;
+}
+
+} // namespace vrq

@@ -1,0 +1,6 @@
+#include "utils/VRQSDKVersion.h"
+
+const char* vrqCommitId()
+{
+    return VRQ_COMMIT_ID;
+}
