@@ -323,6 +323,8 @@ void VRQGamePlayer::doCheckFPS()
 // Ends the session for good, as a failure the host hears of.
 void VRQGamePlayer::failSession(int code)
 {
+    // One terminal event: the connect timeout of this attempt must not follow it.
+    cancelConnectTimeout();
     setGameStatus(VRQGameStatusStopped);
     if (auto target = delegate())
         vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(code, std::nullopt); });

@@ -1,24 +1,18 @@
 #include "platform/Geometry.h"
 
+#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 
 namespace vrq {
 
 namespace {
 
+// The shortest text that reads back to the same value ("640", "-0.0011").
 std::string number(double value)
 {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.17g", value);
-    // The shortest form that reads back to the same value.
-    for (int precision = 1; precision < 17; ++precision) {
-        char shorter[32];
-        std::snprintf(shorter, sizeof shorter, "%.*g", precision, value);
-        if (std::strtod(shorter, nullptr) == value)
-            return shorter;
-    }
-    return text;
+    char text[64];
+    const auto result = std::to_chars(text, text + sizeof text, value);
+    return std::string(text, result.ptr);
 }
 
 std::string pair(double first, double second)
