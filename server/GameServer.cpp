@@ -42,11 +42,11 @@ GameServer::~GameServer()
     stop();
 }
 
-GameSession::Settings GameServer::nextSessionSettings()
+GameSession::Settings GameServer::nextSessionSettings(const std::string& token)
 {
     GameSession::Settings settings;
     settings.id = std::to_string(m_nextSessionId++);
-    settings.token = m_options.token.empty() ? randomToken() : m_options.token;
+    settings.token = !token.empty() ? token : !m_options.token.empty() ? m_options.token : randomToken();
     settings.iceAddresses = m_options.iceAddresses;
     settings.video = m_options.video;
     settings.heartbeatTimeout = m_options.heartbeatTimeout;
@@ -54,14 +54,19 @@ GameSession::Settings GameServer::nextSessionSettings()
 }
 
 std::shared_ptr<GameSession> GameServer::acceptOffer(const std::string& offerSdp,
-                                                     GameSession::AnswerCompletion completion)
+                                                     GameSession::AnswerCompletion completion, const std::string& token)
 {
-    std::shared_ptr<GameSession> session = GameSession::create(nextSessionSettings());
+    std::shared_ptr<GameSession> session = GameSession::create(nextSessionSettings(token));
     bool taken = false;
+    SessionSetup setup;
     if (session) {
         std::lock_guard lock(m_mutex);
         if (!m_stopped) {
             m_sessions.push_back(session);
+            m_tokens.insert(session->token());
+            // Under the lock, so that a concurrent setInputObserver is not undone.
+            session->setInputObserver(m_inputObserver);
+            setup = m_setup;
             taken = true;
         }
     }
@@ -72,8 +77,32 @@ std::shared_ptr<GameSession> GameServer::acceptOffer(const std::string& offerSdp
         return nullptr;
     }
     dropClosedSessions();
+    // Listed first, so that a fault applied to the latest session meanwhile
+    // reaches this one either way: through the list or through the setup.
+    if (setup)
+        setup(session);
     session->answer(offerSdp, std::move(completion));
     return session;
+}
+
+void GameServer::setSessionSetup(SessionSetup setup)
+{
+    std::lock_guard lock(m_mutex);
+    m_setup = std::move(setup);
+}
+
+void GameServer::setInputObserver(GameSession::InputObserver observer)
+{
+    std::lock_guard lock(m_mutex);
+    m_inputObserver = observer;
+    for (const auto& session : m_sessions)
+        session->setInputObserver(observer);
+}
+
+bool GameServer::issuedToken(const std::string& token) const
+{
+    std::lock_guard lock(m_mutex);
+    return m_tokens.contains(token);
 }
 
 void GameServer::dropClosedSessions()

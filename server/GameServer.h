@@ -5,18 +5,24 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace vrqserver {
 
 // The reference game server: one GameSession per client offer, each sending
-// the same test scene. Thread-safe. Tests start it in-process; the
-// vrq-game-server binary puts the back end in front of it.
+// the same test scene. Thread-safe. Tests start it in-process; ReferenceServer
+// puts the back end in front of it.
 class GameServer {
 public:
+    // Called for every new session before it answers its offer (so before any
+    // of its channels opens), on the thread that called acceptOffer.
+    using SessionSetup = std::function<void(const std::shared_ptr<GameSession>& session)>;
+
     struct Options {
         std::string host = "127.0.0.1";
         // Local addresses ICE may use; empty: the host address alone.
@@ -37,9 +43,19 @@ public:
     const Options& options() const { return m_options; }
 
     // Creates a session for the offer and answers it (see GameSession::answer).
-    // Nothing, with the completion called with an error, when the server is
-    // stopped or no session can be created.
-    std::shared_ptr<GameSession> acceptOffer(const std::string& offerSdp, GameSession::AnswerCompletion completion);
+    // The session's token is the given one, or when that is empty the
+    // configured token, or a fresh random one. Nothing, with the completion
+    // called with an error, when the server is stopped or no session can be created.
+    std::shared_ptr<GameSession> acceptOffer(const std::string& offerSdp, GameSession::AnswerCompletion completion,
+                                             const std::string& token = {});
+
+    // Set these before offers arrive; they apply to the sessions created afterwards.
+    void setSessionSetup(SessionSetup setup);
+    // Applies to the current sessions too. See GameSession::setInputObserver.
+    void setInputObserver(GameSession::InputObserver observer);
+
+    // Whether some session of this server was given the token.
+    bool issuedToken(const std::string& token) const;
 
     // Sessions in the order they were created. When a session is added, the
     // oldest closed ones are dropped, so that only the last few closed ones stay.
@@ -51,13 +67,16 @@ public:
 
 private:
     explicit GameServer(Options options);
-    GameSession::Settings nextSessionSettings();
+    GameSession::Settings nextSessionSettings(const std::string& token);
     void dropClosedSessions();
 
     const Options m_options;
     std::atomic<int> m_nextSessionId = 1;
     mutable std::mutex m_mutex; // guards the members below
     std::vector<std::shared_ptr<GameSession>> m_sessions;
+    std::set<std::string> m_tokens;
+    SessionSetup m_setup;
+    GameSession::InputObserver m_inputObserver;
     bool m_stopped = false;
 };
 

@@ -81,6 +81,8 @@ rtc::Configuration GameSession::configuration() const
     // The engine calls this on its streaming thread for every frame, so it
     // holds the detection state, not the session.
     media.seiText = [detect = m_rttDetect] { return detect->text(vrq::nowMs()); };
+    media.sendVideo = [frozen = m_videoFrozen] { return !frozen->load(); };
+    media.drawVideo = [overlay = m_overlay](rtc::VideoCanvas& canvas) { overlay->draw(canvas); };
     configuration.sendMedia = std::move(media);
     return configuration;
 }
@@ -221,6 +223,30 @@ void GameSession::setChannelHandler(const std::string& label, ChannelHandler han
         m_handlers.erase(label);
 }
 
+void GameSession::setOpenHandler(OpenHandler handler)
+{
+    std::lock_guard lock(m_mutex);
+    m_openHandler = std::move(handler);
+}
+
+void GameSession::setInputObserver(InputObserver observer)
+{
+    std::lock_guard lock(m_observerMutex);
+    m_inputObserver = std::move(observer);
+}
+
+void GameSession::addCloseHandler(std::function<void()> handler)
+{
+    {
+        std::lock_guard lock(m_mutex);
+        if (!m_closed) {
+            m_closeHandlers.push_back(std::move(handler));
+            return;
+        }
+    }
+    handler();
+}
+
 std::vector<std::string> GameSession::openChannels() const
 {
     std::map<std::string, std::shared_ptr<rtc::DataChannel>> channels;
@@ -248,6 +274,7 @@ void GameSession::close()
     std::map<std::string, std::shared_ptr<rtc::DataChannel>> channels;
     std::shared_ptr<PendingAnswer> pending;
     std::shared_ptr<vrq::Timer> watch;
+    std::vector<std::function<void()>> closeHandlers;
     {
         std::lock_guard lock(m_mutex);
         if (m_closed)
@@ -257,6 +284,7 @@ void GameSession::close()
         channels.swap(m_channels);
         pending = std::move(m_pendingAnswer);
         watch = std::move(m_heartbeatWatch);
+        closeHandlers.swap(m_closeHandlers);
     }
     if (watch)
         watch->cancel();
@@ -266,6 +294,8 @@ void GameSession::close()
         pc->close();
     if (pending)
         pending->finish(std::nullopt, sessionError(3, "the session was closed"));
+    for (const auto& handler : closeHandlers)
+        handler();
 }
 
 void GameSession::didChangeConnectionState(rtc::PeerConnectionState state)
@@ -289,20 +319,59 @@ void GameSession::didOpenDataChannel(std::shared_ptr<rtc::DataChannel> channel)
     if (!channel)
         return;
     const std::string label = channel->label();
-    // Under the lock, so that close() either sees the channel or makes us drop it.
-    // No observer callback takes this lock.
-    std::lock_guard lock(m_mutex);
-    if (m_closed)
-        return;
-    m_channels[label] = channel;
-    channel->setObserver(this);
+    {
+        // Under the lock, so that close() either sees the channel or makes us drop it.
+        // No observer callback takes this lock.
+        std::lock_guard lock(m_mutex);
+        if (m_closed)
+            return;
+        m_channels[label] = channel;
+        channel->setObserver(this);
+    }
+    // The answerer usually learns of a channel once it is already open: then
+    // no state change follows.
+    post([label](GameSession& session) { session.announceIfOpen(label); });
 }
 
-void GameSession::dataChannelDidChangeState(rtc::DataChannel&) {}
+void GameSession::dataChannelDidChangeState(rtc::DataChannel& channel)
+{
+    if (channel.readyState() == rtc::DataChannelState::Open)
+        post([label = channel.label()](GameSession& session) { session.announceIfOpen(label); });
+}
+
+void GameSession::announceIfOpen(const std::string& label)
+{
+    std::shared_ptr<rtc::DataChannel> channel;
+    OpenHandler handler;
+    {
+        std::lock_guard lock(m_mutex);
+        if (auto found = m_channels.find(label); found != m_channels.end())
+            channel = found->second;
+        handler = m_openHandler;
+    }
+    if (!channel || channel->readyState() != rtc::DataChannelState::Open || !m_announced.insert(label).second)
+        return;
+    if (handler)
+        handler(*this, label);
+}
+
+void GameSession::observeInput(const ChannelMessage& message, std::chrono::steady_clock::time_point arrival)
+{
+    InputObserver observer;
+    {
+        std::lock_guard lock(m_observerMutex);
+        observer = m_inputObserver;
+    }
+    if (observer)
+        observer(message, arrival);
+}
 
 void GameSession::dataChannelDidReceiveMessage(rtc::DataChannel& channel, const rtc::DataBuffer& buffer)
 {
+    const auto arrival = std::chrono::steady_clock::now();
     ChannelMessage message{channel.label(), buffer.isBinary, buffer.data, vrq::nowMs()};
+    if (message.label == "km")
+        observeInput(message, arrival);
     if (message.label == "hb")
         m_lastHeartbeatMs = message.arrivalMs;
     m_messageLog.append(message);

@@ -3,6 +3,7 @@
 #include "ChannelMessageLog.h"
 #include "MediaLaunch.h"
 #include "RttDetectSei.h"
+#include "SceneOverlay.h"
 
 #include "platform/RtcPeerConnection.h"
 
@@ -14,6 +15,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -31,6 +33,8 @@ namespace vrqserver {
 // Every message that arrives is recorded in messageLog(), then handed to the
 // handler of its label on the session's own serial queue, one at a time, in
 // arrival order. "hb" is answered with the session token and the echoed timestamp.
+// What the game does with the other channels is installed from outside
+// (GameServer's session setup) before the offer is answered.
 //
 // Engine callbacks arrive on the engine's threads and only record and queue;
 // replies are sent from the session's queue. Created and owned through
@@ -41,6 +45,10 @@ class GameSession : public vrq::rtc::PeerConnectionObserver,
 public:
     // Runs on the session's queue.
     using ChannelHandler = std::function<void(GameSession& session, const ChannelMessage& message)>;
+    // Runs on the session's queue.
+    using OpenHandler = std::function<void(GameSession& session, const std::string& label)>;
+    // Runs on the engine's thread that delivered the message.
+    using InputObserver = std::function<void(const ChannelMessage& message, std::chrono::steady_clock::time_point arrival)>;
     // Called exactly once: with the answer SDP, or with an error.
     using AnswerCompletion = std::function<void(std::optional<std::string> answerSdp, std::optional<VRQError> error)>;
 
@@ -72,6 +80,22 @@ public:
     // Replaces the handler of a label; an empty handler leaves the label's
     // messages recorded but unanswered.
     void setChannelHandler(const std::string& label, ChannelHandler handler);
+    // Called once for each channel the client opened, as soon as it is open.
+    void setOpenHandler(OpenHandler handler);
+    // Called with every "km" message the moment it arrives, before it is
+    // recorded or queued, with the steady-clock time it arrived.
+    void setInputObserver(InputObserver observer);
+    // Called once when the session closes, on the closing thread, after its
+    // media and channels stopped; at once when it is already closed.
+    void addCloseHandler(std::function<void()> handler);
+
+    // While frozen, no video frame is sent; audio and channels go on. After a
+    // freeze the video resumes at a keyframe.
+    void setVideoFrozen(bool frozen) { m_videoFrozen->store(frozen); }
+    bool isVideoFrozen() const { return m_videoFrozen->load(); }
+    // The line drawn over the scene (empty: none), e.g. the last input.
+    void setSceneText(const std::string& text) { m_overlay->setText(text); }
+    std::string sceneText() const { return m_overlay->text(); }
 
     const std::string& id() const { return m_settings.id; }
     const std::string& token() const { return m_settings.token; }
@@ -108,12 +132,16 @@ private:
     void startHeartbeatWatch();
     void checkHeartbeat();
     void dispatch(const ChannelMessage& message);
+    void announceIfOpen(const std::string& label);
+    void observeInput(const ChannelMessage& message, std::chrono::steady_clock::time_point arrival);
     void onHeartbeat(const ChannelMessage& message);
     bool sendBuffer(const std::string& label, vrq::rtc::DataBuffer buffer);
     std::shared_ptr<vrq::rtc::PeerConnection> connection() const;
 
     const Settings m_settings;
     const std::shared_ptr<RttDetectSei> m_rttDetect = std::make_shared<RttDetectSei>();
+    const std::shared_ptr<SceneOverlay> m_overlay = std::make_shared<SceneOverlay>();
+    const std::shared_ptr<std::atomic<bool>> m_videoFrozen = std::make_shared<std::atomic<bool>>(false);
     ChannelMessageLog m_messageLog;
     std::atomic<vrq::rtc::PeerConnectionState> m_connectionState = vrq::rtc::PeerConnectionState::New;
     std::atomic<std::int64_t> m_lastHeartbeatMs = 0;
@@ -122,9 +150,15 @@ private:
     std::shared_ptr<vrq::rtc::PeerConnection> m_connection;
     std::map<std::string, std::shared_ptr<vrq::rtc::DataChannel>> m_channels;
     std::map<std::string, ChannelHandler> m_handlers;
+    OpenHandler m_openHandler;
+    std::vector<std::function<void()>> m_closeHandlers;
     std::shared_ptr<PendingAnswer> m_pendingAnswer;
     std::shared_ptr<vrq::Timer> m_heartbeatWatch; // runs on m_queue; cancelled by close()
     bool m_closed = false;
+
+    std::set<std::string> m_announced; // labels whose opening was handled; used on m_queue only
+    mutable std::mutex m_observerMutex; // guards m_inputObserver alone: taken on the engine's threads
+    InputObserver m_inputObserver;
 
     // Last member: destroyed first, so that no queued task outlives the members it reads.
     std::unique_ptr<vrq::SerialQueue> m_queue;

@@ -11,6 +11,12 @@ HttpEndpoint::HttpEndpoint(std::string host, int port)
     , m_host(std::move(host))
 {
     m_server->set_keep_alive_max_count(1);
+    // httplib's default also sets SO_REUSEPORT, with which a second server
+    // would share a port already in use instead of failing to bind it.
+    m_server->set_socket_options([](socket_t socket) {
+        int yes = 1;
+        ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    });
     m_port = port == 0 ? m_server->bind_to_any_port(m_host) : (m_server->bind_to_port(m_host, port) ? port : -1);
 }
 

@@ -13,7 +13,8 @@ namespace vrqserver {
 // An HTTP server bound to one loopback address, serving from its own thread.
 class HttpEndpoint {
 public:
-    // port 0 picks a free port. ok() is false when the address could not be bound.
+    // port 0 picks a free port. ok() is false when the address could not be
+    // bound, also when another server listens there already.
     HttpEndpoint(std::string host, int port);
     ~HttpEndpoint();
     HttpEndpoint(const HttpEndpoint&) = delete;

@@ -1,5 +1,7 @@
 #include "MediaLaunch.h"
 
+#include "platform/RtcPeerConnection.h"
+
 #include <algorithm>
 
 namespace vrqserver {
@@ -12,7 +14,7 @@ std::string videoLaunchDescription(const VideoSettings& settings)
     return "videotestsrc is-live=true pattern=" + settings.pattern + " animation-mode=running-time motion=wavy" +
            " ! video/x-raw,width=" + std::to_string(settings.width) + ",height=" + std::to_string(settings.height) +
            ",framerate=" + std::to_string(fps) + "/1" +
-           " ! videoconvert ! video/x-raw,format=I420"
+           " ! videoconvert ! video/x-raw,format=I420 ! identity name=" + vrq::rtc::SendMedia::kCanvasElement +
            " ! x264enc tune=zerolatency speed-preset=ultrafast key-int-max=" + std::to_string(keyInterval) +
            " bitrate=" + std::to_string(std::max(1, settings.bitrateKbps)) +
            " ! video/x-h264,profile=constrained-baseline,stream-format=byte-stream,alignment=au"

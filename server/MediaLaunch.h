@@ -16,7 +16,8 @@ struct VideoSettings {
 
 // GStreamer launch descriptions for the engine's sending branches: a live test
 // scene encoded by x264 for low latency (no B-frames, no look-ahead,
-// constrained baseline as the client offers), and a live tone in Opus.
+// constrained baseline as the client offers), with the engine's canvas
+// element on the raw I420 frames, and a live tone in Opus.
 std::string videoLaunchDescription(const VideoSettings& settings);
 std::string audioLaunchDescription();
 

@@ -1,5 +1,6 @@
 #include "SessionBackend.h"
 
+#include "GameFaults.h"
 #include "GameServer.h"
 
 #include <httplib.h>
@@ -10,10 +11,11 @@
 namespace vrqserver {
 
 SessionBackend::SessionBackend(GameServer& gameServer, RemoteSessionFields fields,
-                               std::chrono::milliseconds answerTimeout)
+                               std::chrono::milliseconds answerTimeout, std::shared_ptr<const GameFaults> faults)
     : m_gameServer(gameServer)
     , m_fields(std::move(fields))
     , m_answerTimeout(answerTimeout)
+    , m_faults(std::move(faults))
 {
 }
 
@@ -37,11 +39,31 @@ std::optional<std::string> SessionBackend::remoteSessionFor(const std::string& c
         *status = 400;
         return std::nullopt;
     }
+    if (!admitAnswer()) {
+        *status = 200;
+        return encodeRemoteSession(refusal());
+    }
+    const auto remote = answerOffer(client->sdp, {}, status);
+    return remote ? std::optional<std::string>(encodeRemoteSession(*remote)) : std::nullopt;
+}
+
+bool SessionBackend::admitAnswer() const
+{
+    return !m_faults || m_faults->admitAnswer();
+}
+
+nlohmann::json SessionBackend::refusal()
+{
+    return {{"code", 403}};
+}
+
+std::optional<nlohmann::json> SessionBackend::answerOffer(const std::string& offerSdp, const std::string& token, int* status)
+{
     auto answer = std::make_shared<std::promise<std::optional<std::string>>>();
     auto answered = answer->get_future();
-    auto session = m_gameServer.acceptOffer(client->sdp, [answer](std::optional<std::string> sdp, std::optional<VRQError>) {
-        answer->set_value(std::move(sdp));
-    });
+    auto session = m_gameServer.acceptOffer(
+        offerSdp, [answer](std::optional<std::string> sdp, std::optional<VRQError>) { answer->set_value(std::move(sdp)); },
+        token);
     if (answered.wait_for(m_answerTimeout) != std::future_status::ready) {
         if (session)
             session->close(); // completes the answer with an error
@@ -55,7 +77,7 @@ std::optional<std::string> SessionBackend::remoteSessionFor(const std::string& c
     }
     *status = 200;
     ++m_served;
-    return encodeRemoteSession(makeRemoteSession(*sdp, m_fields, nextRequestId()));
+    return makeRemoteSession(*sdp, m_fields, nextRequestId());
 }
 
 std::string SessionBackend::nextRequestId()

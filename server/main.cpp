@@ -1,20 +1,16 @@
 // vrq-game-server: the reference game server and its back end on one loopback
-// address. It answers client sessions on "POST /session", plays the test scene
-// to every session (closing those that stop sending heartbeats) and ingests
-// the signed metrics and logs. It runs until SIGINT or SIGTERM.
-#include "GameServer.h"
-#include "HttpEndpoint.h"
-#include "MetricsIngest.h"
-#include "SessionBackend.h"
+// address. It answers client sessions on "POST /session", experience codes
+// and reconnects (on the reconnect port), plays the game to every session
+// (closing those that stop sending heartbeats), takes fault controls on
+// "/control/*" and ingests the signed metrics and logs. It runs until SIGINT
+// or SIGTERM.
+#include "ReferenceServer.h"
 
 #include "platform/MainLoop.h"
-
-#include <httplib.h>
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <optional>
 #include <string>
 
@@ -28,15 +24,14 @@ void onSignal(int)
 }
 
 struct Arguments {
-    int port = 0;
     int idleTimeoutSeconds = 10;
-    std::string metricKey = "vrq-reference-metric-key";
-    vrqserver::GameServer::Options game;
+    vrqserver::ReferenceServer::Options server;
 };
 
 int usage()
 {
-    std::fprintf(stderr, "usage: vrq-game-server [--host 127.0.0.N] [--port N] [--metric-key KEY] [--token TOKEN]\n"
+    std::fprintf(stderr, "usage: vrq-game-server [--host 127.0.0.N] [--port N] [--reconnect-port N (7392)]\n"
+                         "                       [--metric-key KEY] [--token TOKEN]\n"
                          "                       [--width W] [--height H] [--fps F] [--bitrate KBPS]\n"
                          "                       [--idle-timeout SECONDS (0: never)]\n");
     return 2;
@@ -52,41 +47,45 @@ bool setNumber(const char* text, int& value)
     return true;
 }
 
+bool setOption(Arguments& arguments, const std::string& name, const char* value)
+{
+    auto& server = arguments.server;
+    auto& video = server.game.video;
+    if (name == "--host")
+        server.host = value;
+    else if (name == "--metric-key")
+        server.metricKey = value;
+    else if (name == "--token")
+        server.game.token = value;
+    else if (name == "--port")
+        return setNumber(value, server.backendPort) && server.backendPort <= 65535;
+    else if (name == "--reconnect-port")
+        return setNumber(value, server.reconnectPort) && server.reconnectPort <= 65535;
+    else if (name == "--width")
+        return setNumber(value, video.width) && video.width > 0;
+    else if (name == "--height")
+        return setNumber(value, video.height) && video.height > 0;
+    else if (name == "--fps")
+        return setNumber(value, video.fps) && video.fps > 0;
+    else if (name == "--bitrate")
+        return setNumber(value, video.bitrateKbps) && video.bitrateKbps > 0;
+    else if (name == "--idle-timeout")
+        return setNumber(value, arguments.idleTimeoutSeconds);
+    else
+        return false;
+    return true;
+}
+
 std::optional<Arguments> parse(int argc, char** argv)
 {
-    Arguments arguments;
-    auto& video = arguments.game.video;
-    for (int i = 1; i + 1 < argc; i += 2) {
-        const std::string name = argv[i];
-        const char* value = argv[i + 1];
-        bool ok = true;
-        if (name == "--host")
-            arguments.game.host = value;
-        else if (name == "--metric-key")
-            arguments.metricKey = value;
-        else if (name == "--token")
-            arguments.game.token = value;
-        else if (name == "--port")
-            ok = setNumber(value, arguments.port);
-        else if (name == "--width")
-            ok = setNumber(value, video.width) && video.width > 0;
-        else if (name == "--height")
-            ok = setNumber(value, video.height) && video.height > 0;
-        else if (name == "--fps")
-            ok = setNumber(value, video.fps) && video.fps > 0;
-        else if (name == "--bitrate")
-            ok = setNumber(value, video.bitrateKbps) && video.bitrateKbps > 0;
-        else if (name == "--idle-timeout")
-            ok = setNumber(value, arguments.idleTimeoutSeconds);
-        else
-            ok = false;
-        if (!ok)
-            return std::nullopt;
-    }
     if (argc % 2 == 0)
         return std::nullopt; // a name without its value
+    Arguments arguments;
+    for (int i = 1; i + 1 < argc; i += 2)
+        if (!setOption(arguments, argv[i], argv[i + 1]))
+            return std::nullopt;
     // A session whose client went away is closed after this long without a heartbeat.
-    arguments.game.heartbeatTimeout = std::chrono::seconds(arguments.idleTimeoutSeconds);
+    arguments.server.game.heartbeatTimeout = std::chrono::seconds(arguments.idleTimeoutSeconds);
     return arguments;
 }
 
@@ -97,35 +96,21 @@ int main(int argc, char** argv)
     const auto arguments = parse(argc, argv);
     if (!arguments)
         return usage();
-    const std::string& host = arguments->game.host;
-    auto gameServer = vrqserver::GameServer::start(arguments->game);
-    if (!gameServer) {
-        std::fprintf(stderr, "vrq-game-server: the media engine cannot start\n");
-        return 1;
-    }
-    vrqserver::HttpEndpoint endpoint(host, arguments->port);
-    vrqserver::MetricsIngest ingest(arguments->metricKey);
-    ingest.install(endpoint.server());
-    vrqserver::RemoteSessionFields fields;
-    fields.metricKey = arguments->metricKey;
-    fields.serverIp = host;
-    vrqserver::SessionBackend backend(*gameServer, fields);
-    backend.install(endpoint.server());
-    if (!endpoint.start()) {
-        std::fprintf(stderr, "vrq-game-server: cannot bind %s:%d: %s\n", host.c_str(), arguments->port,
-                     std::strerror(errno));
-        return 1;
-    }
+    auto server = vrqserver::ReferenceServer::start(arguments->server);
+    if (!server)
+        return 1; // it said why
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
-    std::printf("vrq-game-server: back end and metrics ingest at %s\n", endpoint.origin().c_str());
+    std::printf("vrq-game-server: back end and metrics ingest at %s\n", server->origin().c_str());
+    std::printf("vrq-game-server: reconnects on port %d of %s\n", server->reconnectPort(), server->options().host.c_str());
     std::fflush(stdout);
     while (!g_stop)
         vrq::runMainLoopUntil([] { return g_stop != 0; }, std::chrono::milliseconds(100));
-    endpoint.stop();
-    gameServer->stop();
-    std::printf("vrq-game-server: sessions served: %zu; records accepted: %zu metric, %zu log; bulks rejected: %zu\n",
-                backend.sessionsServed(), ingest.recordCount("/report_metric_bulk"),
+    server->stop();
+    const auto& ingest = server->ingest();
+    std::printf("vrq-game-server: sessions served: %zu; reconnects served: %zu; records accepted: %zu metric, %zu log; "
+                "bulks rejected: %zu\n",
+                server->sessionsServed(), server->reconnectsServed(), ingest.recordCount("/report_metric_bulk"),
                 ingest.recordCount("/report_log_bulk"), ingest.rejectedCount());
     return 0;
 }

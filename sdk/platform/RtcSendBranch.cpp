@@ -5,6 +5,7 @@
 #include "platform/RtcGst_p.h"
 #include "platform/RtcSeiMessage_p.h"
 
+#include <gst/video/video.h>
 #include <gst/webrtc/webrtc.h>
 
 namespace vrq::rtc {
@@ -27,19 +28,20 @@ SendBranch::SendBranch(SendMedia media, PayloadTypes payloadTypes)
 SendBranch::~SendBranch()
 {
     stop();
-    std::lock_guard lock(m_mutex);
-    if (m_probedPad)
-        gst_object_unref(m_probedPad);
     gst_h264_nal_parser_free(m_parser);
 }
 
 void SendBranch::stop()
 {
     m_guard->reset(nullptr);
-    std::lock_guard lock(m_mutex);
-    if (m_probedPad && m_probe) {
-        gst_pad_remove_probe(m_probedPad, m_probe);
-        m_probe = 0;
+    std::vector<Probe> probes;
+    {
+        std::lock_guard lock(m_mutex);
+        probes.swap(m_probes);
+    }
+    for (const Probe& probe : probes) {
+        gst_pad_remove_probe(probe.pad, probe.id);
+        gst_object_unref(probe.pad);
     }
 }
 
@@ -84,6 +86,19 @@ bool SendBranch::link(GstElement* pipeline, GstElement* webrtc, GstElement* bran
     return true;
 }
 
+void SendBranch::addProbe(GstElement* branch, const char* elementName, const char* padName, GstPadProbeCallback callback)
+{
+    gst::ObjectPtr<GstElement> element{gst_bin_get_by_name(gst::bin(branch), elementName)};
+    GstPad* pad = element ? gst_element_get_static_pad(element.get(), padName) : nullptr;
+    if (!pad) {
+        RTC_LOG(logging::kWarning, "the sent video has no %s pad on an element named %s", padName, elementName);
+        return;
+    }
+    const gulong id = gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, callback, Data::make(m_guard), Data::destroy);
+    std::lock_guard lock(m_mutex);
+    m_probes.push_back({pad, id});
+}
+
 bool SendBranch::attach(GstElement* pipeline, GstElement* webrtc, std::string& error)
 {
     GstElement* video = buildBranch(m_media.videoLaunch, "rtph264pay", m_payloadTypes.video, error);
@@ -94,16 +109,10 @@ bool SendBranch::attach(GstElement* pipeline, GstElement* webrtc, std::string& e
         gst_object_unref(video);
         return false;
     }
-    if (m_media.seiText) {
-        gst::ObjectPtr<GstElement> payloader{gst_bin_get_by_name(gst::bin(video), kPayloaderName)};
-        GstPad* pad = payloader ? gst_element_get_static_pad(payloader.get(), "sink") : nullptr;
-        if (pad) {
-            const gulong probe = gst_pad_add_probe(pad, GST_PAD_PROBE_TYPE_BUFFER, &SendBranch::onVideoAccessUnit, Data::make(m_guard), Data::destroy);
-            std::lock_guard lock(m_mutex);
-            m_probedPad = pad;
-            m_probe = probe;
-        }
-    }
+    if (m_media.seiText || m_media.sendVideo)
+        addProbe(video, kPayloaderName, "sink", &SendBranch::onVideoAccessUnit);
+    if (m_media.drawVideo)
+        addProbe(video, SendMedia::kCanvasElement, "src", &SendBranch::onRawFrame);
     if (!link(pipeline, webrtc, video, "sink_0", error)) {
         gst_object_unref(audio);
         return false;
@@ -111,17 +120,74 @@ bool SendBranch::attach(GstElement* pipeline, GstElement* webrtc, std::string& e
     return link(pipeline, webrtc, audio, "sink_1", error);
 }
 
-GstPadProbeReturn SendBranch::onVideoAccessUnit(GstPad*, GstPadProbeInfo* info, gpointer data)
+GstPadProbeReturn SendBranch::onVideoAccessUnit(GstPad* pad, GstPadProbeInfo* info, gpointer data)
 {
     Data::Entry self{data};
     GstBuffer* buffer = gst::probeBuffer(info);
     if (!self || !buffer)
+        return GST_PAD_PROBE_OK;
+    if (!self->admit(pad, buffer))
+        return GST_PAD_PROBE_DROP;
+    if (!self->m_media.seiText)
         return GST_PAD_PROBE_OK;
     if (GstBuffer* replaced = self->withSei(buffer)) {
         info->data = replaced;
         gst_buffer_unref(buffer);
     }
     return GST_PAD_PROBE_OK;
+}
+
+GstPadProbeReturn SendBranch::onRawFrame(GstPad* pad, GstPadProbeInfo* info, gpointer data)
+{
+    Data::Entry self{data};
+    GstBuffer* buffer = gst::probeBuffer(info);
+    if (!self || !buffer)
+        return GST_PAD_PROBE_OK;
+    // The source may still hold the frame: draw on our own copy then.
+    buffer = gst_buffer_make_writable(buffer);
+    info->data = buffer;
+    self->draw(pad, buffer);
+    return GST_PAD_PROBE_OK;
+}
+
+// A unit after a gap would only decode as garbage until the next keyframe,
+// so delta units wait for one, which the encoder is asked for right away.
+bool SendBranch::admit(GstPad* pad, GstBuffer* accessUnit)
+{
+    if (!m_media.sendVideo)
+        return true;
+    if (!m_media.sendVideo()) {
+        m_awaitingKeyframe = true;
+        return false;
+    }
+    if (!m_awaitingKeyframe)
+        return true;
+    if (gst_buffer_has_flags(accessUnit, GST_BUFFER_FLAG_DELTA_UNIT)) {
+        gst_pad_push_event(pad, gst_video_event_new_upstream_force_key_unit(GST_CLOCK_TIME_NONE, TRUE, 0));
+        return false;
+    }
+    m_awaitingKeyframe = false;
+    return true;
+}
+
+void SendBranch::draw(GstPad* pad, GstBuffer* frame)
+{
+    gst::CapsPtr caps{gst_pad_get_current_caps(pad)};
+    GstVideoInfo info;
+    if (!caps || !gst_video_info_from_caps(&info, caps.get()) || GST_VIDEO_INFO_FORMAT(&info) != GST_VIDEO_FORMAT_I420)
+        return;
+    GstVideoFrame mapped;
+    if (!gst_video_frame_map(&mapped, &info, frame, GST_MAP_WRITE))
+        return;
+    VideoCanvas canvas;
+    canvas.width = GST_VIDEO_FRAME_WIDTH(&mapped);
+    canvas.height = GST_VIDEO_FRAME_HEIGHT(&mapped);
+    for (unsigned plane = 0; plane < 3; ++plane) {
+        canvas.planes[plane] = static_cast<std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&mapped, plane));
+        canvas.strides[plane] = GST_VIDEO_FRAME_PLANE_STRIDE(&mapped, plane);
+    }
+    m_media.drawVideo(canvas);
+    gst_video_frame_unmap(&mapped);
 }
 
 // gst_h264_create_sei_memory cannot write user-data-unregistered messages in

@@ -1,8 +1,9 @@
 #pragma once
 
 // The kit's side of a play session on the engine alone: receive-only video
-// and audio, the five fixed channels, and an offer sent as it was created,
-// without candidates, as the kit's client session carries it.
+// and audio, the five fixed channels (and any extra ones, e.g. custom
+// "custom_trans_N"), and an offer sent as it was created, without
+// candidates, as the kit's client session carries it.
 
 #include "integration/rtc/RtcTestPeers.h"
 
@@ -18,6 +19,12 @@ class KitOfferer {
 public:
     using PeerRecorder = rtc::PeerRecorder;
 
+    explicit KitOfferer(std::vector<std::string> extraLabels = {})
+        : m_labels(std::begin(rtc::kFixedLabels), std::end(rtc::kFixedLabels))
+    {
+        m_labels.insert(m_labels.end(), extraLabels.begin(), extraLabels.end());
+    }
+
     // Returns an explanation when a step failed.
     std::optional<std::string> createOffer()
     {
@@ -28,10 +35,10 @@ public:
         if (!m_connection)
             return "no peer connection";
         m_connection->setVideoSink(m_frames);
-        for (const char* label : rtc::kFixedLabels) {
+        for (const std::string& label : m_labels) {
             auto channel = m_connection->createDataChannel(label, true);
             if (!channel)
-                return std::string("no channel ") + label;
+                return "no channel " + label;
             auto recorder = std::make_shared<rtc::ChannelRecorder>();
             channel->setObserver(recorder.get());
             m_channels[label] = {channel, recorder};
@@ -120,6 +127,7 @@ private:
         std::shared_ptr<rtc::ChannelRecorder> recorder;
     };
 
+    std::vector<std::string> m_labels;
     PeerRecorder m_events;
     std::shared_ptr<rtc::FrameCounter> m_frames = std::make_shared<rtc::FrameCounter>();
     std::shared_ptr<vrq::rtc::PeerConnection> m_connection;
