@@ -6,7 +6,10 @@
 //   - CPU of the receiving process while a separate server sends 1080p60.
 // The kit's side is VRQWebrtClient; the baseline is the engine's own
 // PeerConnection with the same transceivers and channels. Everything runs on 127.0.0.1.
+#include "BenchFigures.h"
 #include "GameServer.h"
+#include "MessageArrivals.h"
+#include "RawOfferer.h"
 #include "SessionCodec.h"
 
 #include "control/VRQGameVideoView.h"
@@ -36,98 +39,6 @@ using vrq::rtc::PeerConnectionState;
 
 namespace {
 
-constexpr const char* kLabels[] = {"hb", "ack", "sv", "cd", "km"};
-
-double msSince(Clock::time_point start)
-{
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-double percentile(std::vector<double> values, double p)
-{
-    if (values.empty())
-        return 0;
-    std::sort(values.begin(), values.end());
-    return values[std::min(values.size() - 1, static_cast<std::size_t>(p * static_cast<double>(values.size())))];
-}
-
-// Arrival times of numbered messages, from whichever thread delivers them.
-struct Arrivals {
-    void record(const std::string& text)
-    {
-        std::lock_guard lock(mutex);
-        times[std::atoi(text.c_str())] = Clock::now();
-    }
-    std::mutex mutex;
-    std::map<int, Clock::time_point> times;
-};
-
-// The baseline: the engine's own offerer, as the kit sets it up, without the kit around it.
-class RawOfferer : vrq::rtc::PeerConnectionObserver, vrq::rtc::DataChannelObserver {
-public:
-    RawOfferer()
-    {
-        m_pc = vrq::rtc::PeerConnection::create({}, this);
-        m_pc->setVideoSink(m_counter);
-        for (const char* label : kLabels) {
-            auto channel = m_pc->createDataChannel(label, true);
-            channel->setObserver(this);
-            m_channels.push_back(channel);
-        }
-        m_pc->addRecvOnlyTransceiver(vrq::rtc::MediaType::Video);
-        m_pc->addRecvOnlyTransceiver(vrq::rtc::MediaType::Audio);
-        m_pc->offer([this](auto description, auto) {
-            if (!description)
-                return;
-            m_pc->setLocalDescription(*description, [this, sdp = description->sdp](auto error) {
-                std::lock_guard lock(m_mutex);
-                if (!error)
-                    m_offer = sdp;
-            });
-        });
-    }
-    ~RawOfferer() override { m_pc->close(); }
-
-    std::optional<std::string> offer()
-    {
-        std::lock_guard lock(m_mutex);
-        return m_offer;
-    }
-    void applyAnswer(const std::string& sdp) { m_pc->setRemoteDescription({vrq::rtc::SdpType::Answer, sdp}, [](auto) {}); }
-    bool connected() const { return m_pc->connectionState() == PeerConnectionState::Connected; }
-    bool channelsOpen() const
-    {
-        return std::all_of(m_channels.begin(), m_channels.end(),
-                           [](const auto& c) { return c->readyState() == vrq::rtc::DataChannelState::Open; });
-    }
-    std::atomic<bool> firstFrame{false};
-    long frames() const { return m_counter->frames.load(); }
-    Arrivals arrivals;
-
-private:
-    struct CountingSink : vrq::rtc::VideoSink {
-        void onFrame(std::shared_ptr<const vrq::rtc::VideoFrame>) override { ++frames; }
-        std::atomic<long> frames{0};
-    };
-    std::shared_ptr<CountingSink> m_counter = std::make_shared<CountingSink>();
-
-    void didChangeConnectionState(PeerConnectionState) override {}
-    void didChangeIceConnectionState(vrq::rtc::IceConnectionState) override {}
-    void didAddStream(int, int) override {}
-    void didReceiveFirstFrame() override { firstFrame = true; }
-    void dataChannelDidChangeState(vrq::rtc::DataChannel&) override {}
-    void dataChannelDidReceiveMessage(vrq::rtc::DataChannel& channel, const vrq::rtc::DataBuffer& buffer) override
-    {
-        if (channel.label() == "cd")
-            arrivals.record(buffer.data);
-    }
-
-    std::shared_ptr<vrq::rtc::PeerConnection> m_pc;
-    std::vector<std::shared_ptr<vrq::rtc::DataChannel>> m_channels;
-    std::mutex m_mutex;
-    std::optional<std::string> m_offer;
-};
-
 // The kit's side: VRQWebrtClient with a delegate and a "cd" handler.
 class KitClient : public VRQSdkRtcDelegate, public VRQWebRTCDataHandler {
 public:
@@ -150,13 +61,14 @@ public:
     bool connected() const { return client->connectionState() == PeerConnectionState::Connected; }
     bool channelsOpen() const
     {
-        return std::all_of(std::begin(kLabels), std::end(kLabels), [&](const char* l) { return client->getDataChannelState(l) == 1; });
+        return std::all_of(std::begin(RawOfferer::kLabels), std::end(RawOfferer::kLabels),
+                           [&](const char* l) { return client->getDataChannelState(l) == 1; });
     }
 
     std::shared_ptr<VRQWebrtClient> client;
     std::atomic<bool> localSet{false};
     std::atomic<bool> firstFrame{false};
-    Arrivals arrivals;
+    MessageArrivals arrivals;
 };
 
 bool wait(const std::function<bool()>& predicate, std::chrono::milliseconds timeout = 10s)
@@ -174,11 +86,6 @@ std::optional<std::string> answerFrom(vrqserver::GameServer& server, const std::
     });
     wait([&] { return done.load(); });
     return answer;
-}
-
-void printPair(const char* name, const char* unit, double kit, double raw)
-{
-    std::printf("%-44s kit %9.2f %s   raw %9.2f %s   ratio %.2f\n", name, kit, unit, raw, unit, raw > 0 ? kit / raw : 0.0);
 }
 
 // Construction to local description set, median of several runs each.

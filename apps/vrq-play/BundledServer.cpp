@@ -1,0 +1,130 @@
+#include "BundledServer.h"
+
+#include "ReferenceServer.h"
+
+#include "utils/VRQHttpHelper.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+// Whether a TCP listener could bind host:port now. The kit reconnects to a
+// fixed port, so a second server on the same address cannot work.
+bool portIsFree(const std::string& host, int port, std::string* why)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    if (::inet_pton(AF_INET, host.c_str(), &address.sin_addr) != 1) {
+        *why = "not an IPv4 address";
+        return false;
+    }
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0) {
+        *why = std::strerror(errno);
+        return false;
+    }
+    const int yes = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes); // as the server binds it
+    const bool bound = ::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    if (!bound)
+        *why = std::strerror(errno);
+    ::close(fd);
+    return bound;
+}
+
+nlohmann::json countTypes(const std::vector<vrqserver::ChannelMessage>& messages, bool enveloped)
+{
+    nlohmann::json counts = nlohmann::json::object();
+    for (const auto& message : messages) {
+        const auto object = nlohmann::json::parse(message.bytes, nullptr, false);
+        if (!object.is_object())
+            continue;
+        const auto& body = enveloped ? object.value("data", nlohmann::json::object()) : object;
+        const std::string type = body.is_object() ? body.value("type", std::string("?")) : std::string("?");
+        counts[type] = counts.value(type, 0) + 1;
+    }
+    return counts;
+}
+
+void addCounts(nlohmann::json& total, const nlohmann::json& counts)
+{
+    for (const auto& [type, count] : counts.items())
+        total[type] = total.value(type, 0) + count.get<int>();
+}
+
+} // namespace
+
+std::unique_ptr<BundledServer> BundledServer::start(const std::string& host, std::string* error)
+{
+    vrqserver::ReferenceServer::Options options;
+    options.host = host;
+    options.reconnectPort = VRQHttpHelper::kReconnectPort;
+    std::string why;
+    if (!portIsFree(host, options.reconnectPort, &why)) {
+        *error = "the reconnect port " + host + ":" + std::to_string(options.reconnectPort) + " is not available (" + why
+                 + "); is another vrq-play or vrq-game-server running on this address? Stop it, or pass --host 127.0.0.N";
+        return nullptr;
+    }
+    auto server = vrqserver::ReferenceServer::start(options);
+    if (!server) {
+        *error = "the bundled reference server could not start on " + host;
+        return nullptr;
+    }
+    return std::unique_ptr<BundledServer>(new BundledServer(std::move(server)));
+}
+
+BundledServer::BundledServer(std::unique_ptr<vrqserver::ReferenceServer> server)
+    : m_server(std::move(server))
+{
+}
+
+BundledServer::~BundledServer()
+{
+    stop();
+}
+
+std::string BundledServer::origin() const
+{
+    return m_server->origin();
+}
+
+std::string BundledServer::metricKey() const
+{
+    return m_server->ingest().key();
+}
+
+nlohmann::json BundledServer::ingestSummary() const
+{
+    auto& ingest = m_server->ingest();
+    const std::size_t bulks = ingest.bulks().size();
+    const std::size_t rejected = ingest.rejectedCount();
+    return {{"metric_records", ingest.recordCount(VRQHttpHelper::kReportBulkProxy)},
+            {"log_records", ingest.recordCount(VRQHttpHelper::kLogBulkProxy)},
+            {"bulks", bulks},
+            {"rejected_bulks", rejected},
+            {"all_signed", bulks > 0 && rejected == 0}};
+}
+
+nlohmann::json BundledServer::inputSummary() const
+{
+    nlohmann::json km = nlohmann::json::object();
+    nlohmann::json ack = nlohmann::json::object();
+    for (const auto& session : m_server->gameServer().sessions()) {
+        addCounts(km, countTypes(session->messageLog().messagesOn("km"), false));
+        addCounts(ack, countTypes(session->messageLog().messagesOn("ack"), true));
+    }
+    return {{"km", km}, {"ack", ack}};
+}
+
+void BundledServer::stop()
+{
+    if (m_server)
+        m_server->stop();
+}

@@ -1,0 +1,111 @@
+#include "InputTour.h"
+
+#include "EventLog.h"
+
+#include "core/VRQGameController.h"
+#include "platform/Timer.h"
+
+namespace {
+
+// Windows virtual-key codes.
+constexpr std::int32_t kKeyA = 0x41;
+constexpr std::int32_t kKeyCapsLock = 0x14;
+
+// Gamepad buttons as bits of one mask; the triggers use the two bits the
+// buttons leave free.
+constexpr std::int32_t kPadA = 0x1000;
+constexpr std::int32_t kPadLeftTrigger = 0x0400;
+constexpr std::int32_t kPadRightTrigger = 0x0800;
+
+using Step = InputTour::Step;
+
+Step press(std::string name, std::function<void(VRQGameController&, bool)> button, bool down)
+{
+    return {std::move(name) + (down ? " down" : " up"), [button = std::move(button), down](VRQGameController& c) { button(c, down); }};
+}
+
+void addPressAndRelease(std::vector<Step>& steps, const std::string& name, const std::function<void(VRQGameController&, bool)>& button)
+{
+    steps.push_back(press(name, button, true));
+    steps.push_back(press(name, button, false));
+}
+
+// The replies arrive on whatever thread the controller answers on.
+InputTour::Step replyStep(std::string name, const std::shared_ptr<EventLog>& events,
+                          std::function<void(VRQGameController&, VRQGameController::IntResult)> request)
+{
+    return {name, [name, events, request = std::move(request)](VRQGameController& controller) {
+                request(controller, [name, events](std::int32_t result) {
+                    events->emit("input_reply", {{"step", name}, {"result", result}}, name + " -> " + std::to_string(result));
+                });
+            }};
+}
+
+} // namespace
+
+InputTour::InputTour(std::shared_ptr<VRQGameController> controller, std::shared_ptr<EventLog> events)
+    : m_controller(std::move(controller))
+    , m_events(std::move(events))
+    , m_steps(makeSteps(m_events))
+{
+}
+
+InputTour::~InputTour()
+{
+    stop();
+}
+
+std::size_t InputTour::stepCount()
+{
+    return makeSteps(nullptr).size();
+}
+
+std::vector<InputTour::Step> InputTour::makeSteps(const std::shared_ptr<EventLog>& events)
+{
+    std::vector<Step> steps;
+    addPressAndRelease(steps, "key A", [](VRQGameController& c, bool down) { c.clickKeyboard(kKeyA, down); });
+    steps.push_back({"mouse to 4096,4096", [](VRQGameController& c) { c.mouseMoveTo(4096, 4096); }});
+    addPressAndRelease(steps, "mouse left", [](VRQGameController& c, bool down) { c.clickMouseIsLeft(true, down); });
+    addPressAndRelease(steps, "mouse right", [](VRQGameController& c, bool down) { c.clickMouseIsLeft(false, down); });
+    addPressAndRelease(steps, "mouse middle", [](VRQGameController& c, bool down) { c.clickMouseMiddleKey(down); });
+    steps.push_back({"mouse by 40,-25", [](VRQGameController& c) { c.mouseDeltaMove(40, -25); }});
+    steps.push_back({"wheel -3", [](VRQGameController& c) { c.mouseScroll(-3); }});
+    steps.push_back({"gamepad connect", [](VRQGameController& c) { c.enableVirtualGamepad(true); }});
+    addPressAndRelease(steps, "gamepad A", [](VRQGameController& c, bool down) { c.clickGamepadKey(kPadA, down); });
+    steps.push_back({"left stick 0.5,-1", [](VRQGameController& c) { c.turnJoyStick(0.5, -1, true); }});
+    steps.push_back({"right stick -1,0.25", [](VRQGameController& c) { c.turnJoyStick(-1, 0.25, false); }});
+    steps.push_back({"sticks centred", [](VRQGameController& c) {
+                         c.turnJoyStick(0, 0, true);
+                         c.turnJoyStick(0, 0, false);
+                     }});
+    addPressAndRelease(steps, "left trigger", [](VRQGameController& c, bool down) { c.clickGamepadKey(kPadLeftTrigger, down); });
+    addPressAndRelease(steps, "right trigger", [](VRQGameController& c, bool down) { c.clickGamepadKey(kPadRightTrigger, down); });
+    addPressAndRelease(steps, "caps lock", [](VRQGameController& c, bool down) { c.clickKeyboard(kKeyCapsLock, down); });
+    steps.push_back(replyStep("caps lock query", events, [](VRQGameController& c, auto reply) { c.asyncCheckRemoteCapsLock(reply); }));
+    steps.push_back(replyStep("paste", events, [](VRQGameController& c, auto reply) { c.asyncPasteText("hello from vrq-play", reply); }));
+    steps.push_back({"cursor mode 1", [](VRQGameController& c) { c.setCursorShowMode(1); }});
+    return steps;
+}
+
+void InputTour::start(std::chrono::milliseconds interval)
+{
+    stop();
+    sendNextStep();
+    m_timer = vrq::Timer::onMain(interval, true, [this] { sendNextStep(); });
+}
+
+void InputTour::stop()
+{
+    if (m_timer) {
+        m_timer->cancel();
+        m_timer.reset();
+    }
+}
+
+void InputTour::sendNextStep()
+{
+    const Step& step = m_steps[m_sent % m_steps.size()];
+    ++m_sent;
+    m_events->emit("input", {{"step", step.name}}, step.name);
+    step.send(*m_controller);
+}

@@ -1,0 +1,92 @@
+#include "PlayOptions.h"
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+
+namespace {
+
+bool parseSeconds(std::string_view text, int& seconds)
+{
+    int value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc() || end != text.data() + text.size() || value < 1 || value > 24 * 3600)
+        return false;
+    seconds = value;
+    return true;
+}
+
+constexpr std::string_view kValueOptions[] = {"--server", "--metrics", "--host", "--experience-code",
+                                              "--duration", "--events", "--snapshot"};
+
+bool isOrigin(std::string_view text)
+{
+    return (text.starts_with("http://") || text.starts_with("https://")) && !text.ends_with("/");
+}
+
+// Applies one "--name value" pair; false when the name is unknown or the value unusable.
+bool applyValue(PlayOptions& options, std::string_view name, const std::string& value)
+{
+    if (name == "--server")
+        return isOrigin(options.serverOrigin = value);
+    if (name == "--metrics")
+        return isOrigin(options.metricsOrigin = value);
+    if (name == "--host")
+        return (options.bundledHost = value).starts_with("127.");
+    if (name == "--experience-code")
+        return !(options.experienceCode = value).empty();
+    if (name == "--duration")
+        return parseSeconds(value, options.durationSeconds);
+    if (name == "--events")
+        return (options.jsonEvents = value == "json") || value == "text";
+    if (name == "--snapshot")
+        return !(options.snapshotPath = value).empty();
+    return false;
+}
+
+} // namespace
+
+std::optional<PlayOptions> PlayOptions::parse(int argc, char** argv, std::string* error)
+{
+    PlayOptions options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view name = argv[i];
+        if (name == "--headless")
+            continue;
+        if (name == "--autoplay") {
+            options.autoplay = true;
+            continue;
+        }
+        if (std::find(std::begin(kValueOptions), std::end(kValueOptions), name) == std::end(kValueOptions)) {
+            *error = "unknown option " + std::string(name);
+            return std::nullopt;
+        }
+        if (i + 1 >= argc) {
+            *error = "missing value after " + std::string(name);
+            return std::nullopt;
+        }
+        const std::string value = argv[++i];
+        if (!applyValue(options, name, value)) {
+            *error = "bad argument: " + std::string(name) + " " + value;
+            return std::nullopt;
+        }
+    }
+    if (!options.serverOrigin.empty() && options.metricsOrigin.empty())
+        options.metricsOrigin = options.serverOrigin;
+    return options;
+}
+
+const char* PlayOptions::usage()
+{
+    return "usage: vrq-play [--headless] [--duration SECONDS] [--autoplay] [--events json|text]\n"
+           "                [--server ORIGIN] [--metrics ORIGIN] [--host 127.0.0.N]\n"
+           "                [--experience-code CODE] [--snapshot FILE.png]\n"
+           "  --server ORIGIN         the back end (POST /session, /ExperienceOffer); default: the bundled\n"
+           "                          reference server, started in-process on --host (127.0.0.1)\n"
+           "  --metrics ORIGIN        where metric and log bulks go (default: the back end)\n"
+           "  --experience-code CODE  start through an experience code instead of a remote session\n"
+           "  --duration SECONDS      play this long, then stop (default 10)\n"
+           "  --autoplay              send every kind of input, one step about every 200 ms\n"
+           "  --events json           one JSON object per line instead of readable text\n"
+           "  --snapshot FILE.png     write the last decoded video frame at exit\n";
+}

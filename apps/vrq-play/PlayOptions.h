@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+// What vrq-play was asked to do, from its command line.
+struct PlayOptions {
+    // Empty: start the bundled reference server in-process on bundledHost.
+    std::string serverOrigin;
+    std::string metricsOrigin;
+    std::string bundledHost = "127.0.0.1";
+    std::string experienceCode;
+    int durationSeconds = 10;
+    bool autoplay = false;
+    bool jsonEvents = false;
+    std::string snapshotPath;
+
+    bool usesBundledServer() const { return serverOrigin.empty(); }
+
+    // Nothing, with a reason in *error, when an argument is unknown or malformed.
+    static std::optional<PlayOptions> parse(int argc, char** argv, std::string* error);
+    static const char* usage();
+};

@@ -1,0 +1,52 @@
+#include "SessionStatistics.h"
+
+#include "control/VRQGameVideoView.h"
+#include "monitor/VRQSDKMonitor.h"
+#include "monitor/VRQSDKReport.h"
+
+#include <cstdio>
+
+std::string gameStatusName(VRQGameStatus status)
+{
+    switch (status) {
+    case VRQGameStatusNone:
+        return "none";
+    case VRQGameStatusInited:
+        return "inited";
+    case VRQGameStatusPlaying:
+        return "playing";
+    case VRQGameStatusReconnecting:
+        return "reconnecting";
+    case VRQGameStatusStopped:
+        return "stopped";
+    }
+    return std::to_string(static_cast<std::uint64_t>(status));
+}
+
+nlohmann::json sampleStatistics(const VRQGamePlayer& player)
+{
+    const VRQSDKReport& report = VRQSDKMonitor::sharedInstance().currentSDKReport();
+    const auto view = player.videoView();
+    const vrq::Size size = view ? view->videoSize() : vrq::Size{};
+    char frame[32];
+    std::snprintf(frame, sizeof frame, "%.0fx%.0f", size.width, size.height);
+    return {{"fps", report.fps()},
+            {"rtt_ms", report.rttMS()},
+            {"bitrate_kbps", report.videoBitrateKb()},
+            {"packets_lost", report.videoPacketLost()},
+            {"packets_received", report.videoPacketRecv()},
+            {"frame", frame},
+            {"frames_decoded", view ? view->framesReceived() : 0},
+            {"status", gameStatusName(player.gameStatus())},
+            {"report", player.currentStatisReport()}};
+}
+
+std::string describeStatistics(const nlohmann::json& sample)
+{
+    char line[256];
+    std::snprintf(line, sizeof line, "%.1f fps, rtt %llu ms, %llu kbit/s, %llu packets lost, frame %s, %s",
+                  sample.value("fps", 0.0), sample.value("rtt_ms", 0ULL), sample.value("bitrate_kbps", 0ULL),
+                  sample.value("packets_lost", 0ULL),
+                  sample.value("frame", std::string()).c_str(), sample.value("status", std::string()).c_str());
+    return line;
+}
