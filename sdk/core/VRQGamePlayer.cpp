@@ -638,21 +638,38 @@ void VRQGamePlayer::sendAckMessage(const json& message, OnceCallback onceCallbac
     sendMessage(envelope, "ack");
 }
 
-void VRQGamePlayer::onAckTimeout(std::int64_t seq)
+// Whoever takes a pending callback out first delivers it: the reply or the time-out.
+VRQGamePlayer::OnceCallback VRQGamePlayer::takeOnceCallback(std::int64_t seq)
 {
-    OnceCallback callback;
+    std::lock_guard lock(m_ackMutex);
+    const auto pending = m_onceAckHandleMap.find(seq);
+    if (pending == m_onceAckHandleMap.end())
+        return nullptr;
+    OnceCallback callback = std::move(pending->second);
+    m_onceAckHandleMap.erase(pending);
+    return callback;
+}
+
+void VRQGamePlayer::removeAckTimer(std::int64_t seq)
+{
+    std::shared_ptr<vrq::Timer> timer;
     {
         std::lock_guard lock(m_ackMutex);
-        const auto pending = m_onceAckHandleMap.find(seq);
-        if (pending == m_onceAckHandleMap.end())
+        const auto found = m_onceAckTimeoutMap.find(seq);
+        if (found == m_onceAckTimeoutMap.end())
             return;
-        callback = std::move(pending->second);
-        m_onceAckHandleMap.erase(pending);
-        if (const auto timer = m_onceAckTimeoutMap.find(seq); timer != m_onceAckTimeoutMap.end()) {
-            timer->second->cancel();
-            m_onceAckTimeoutMap.erase(timer);
-        }
+        timer = std::move(found->second);
+        m_onceAckTimeoutMap.erase(found);
     }
+    timer->cancel();
+}
+
+void VRQGamePlayer::onAckTimeout(std::int64_t seq)
+{
+    OnceCallback callback = takeOnceCallback(seq);
+    if (!callback)
+        return;
+    removeAckTimer(seq);
     vrqCallHost("ack callback", [&] { callback(sdkError(10021), json()); });
 }
 

@@ -156,6 +156,8 @@ private:
     void onCdMessage(const nlohmann::json& message);
     void handleOrientationMessage(const nlohmann::json& message);
     void onAckTimeout(std::int64_t seq);
+    OnceCallback takeOnceCallback(std::int64_t seq);
+    void removeAckTimer(std::int64_t seq);
     void sendGameControl(const nlohmann::json& data);
 
     // Runs fn on the main thread if the player still exists then.

@@ -116,33 +116,16 @@ void VRQGamePlayer::onAckMessage(const json& message)
     if (!type.empty() && callMessageHandle(type, data))
         return;
     const std::int64_t seq = vrq_longForKey(message, "seq", 0);
-    OnceCallback callback;
-    {
-        std::lock_guard lock(m_ackMutex);
-        const auto pending = m_onceAckHandleMap.find(seq);
-        if (pending == m_onceAckHandleMap.end())
-            return;
-        // Taken out at once, so that a time-out racing this reply finds nothing.
-        callback = std::move(pending->second);
-        m_onceAckHandleMap.erase(pending);
-    }
+    // Taken out at once, so that a time-out racing this reply finds nothing.
+    OnceCallback callback = takeOnceCallback(seq);
+    if (!callback)
+        return;
     vrq::dispatchMainAsync([callback = std::move(callback), data] {
         vrqCallHost("ack callback", [&] { callback(std::nullopt, data); });
     });
     vrq::dispatchGlobalAsync([weak = weak_from_this(), seq] {
-        auto self = weak.lock();
-        if (!self)
-            return;
-        std::shared_ptr<vrq::Timer> timer;
-        {
-            std::lock_guard lock(self->m_ackMutex);
-            if (const auto found = self->m_onceAckTimeoutMap.find(seq); found != self->m_onceAckTimeoutMap.end()) {
-                timer = std::move(found->second);
-                self->m_onceAckTimeoutMap.erase(found);
-            }
-        }
-        if (timer)
-            timer->cancel();
+        if (auto self = weak.lock())
+            self->removeAckTimer(seq);
     });
 }
 
