@@ -155,7 +155,7 @@ TEST(PlayTest, PlaysASessionAndTheServerReceivesEveryKindOfInput)
 TEST(PlayTest, StartsThroughAnExperienceCodeAndSpeaksPlainText)
 {
     vrqtest::TempDir home;
-    const PlayRun run = play(home, "--duration 3 --host 127.0.0.61 --experience-code play-test-7");
+    const PlayRun run = play(home, "--duration 5 --host 127.0.0.61 --experience-code play-test-7");
     ASSERT_EQ(run.exitCode, 0) << run.output;
     EXPECT_NE(run.output.find("\nexperience code: offer registered under play-test-7"), std::string::npos) << run.output;
     EXPECT_EQ(run.output.find("remote session:"), std::string::npos) << "the session came through the code, not /session";
@@ -207,7 +207,7 @@ TEST(PlayTest, SendsSignedUploadsToTheMetricsServiceItIsGiven)
 {
     vrqtest::TempDir home;
     vrqtest::LoopbackHttpServer metrics;
-    const PlayRun run = play(home, "--duration 3 --events json --host 127.0.0.64 --metrics " + metrics.origin());
+    const PlayRun run = play(home, "--duration 5 --events json --host 127.0.0.64 --metrics " + metrics.origin());
     ASSERT_EQ(run.exitCode, 0) << run.output;
     EXPECT_EQ(run.summary()["ingest"]["bulks"], 0) << "nothing went to the bundled server";
     const auto bulks = metrics.requestsTo("/report_metric_bulk");

@@ -121,9 +121,10 @@ TEST(CustomChannelTest, AChannelBindsToAUdpPortAndRelaysBothWays)
 
 TEST(CustomChannelTest, ABindingNobodyAnswersFailsWithTheTimeout)
 {
-    vrqtest::PlayerSession session("127.0.0.113", 1.0);
+    vrqtest::PlayerSession session("127.0.0.113");
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
+    session.player->setConnectTimeout(1.0); // also the acknowledged messages' time limit
     session.server->faults().setAcksAnswered(false);
     auto listener = std::make_shared<RecordingChannelDelegate>();
     auto channel = session.player->openCustomTransChannel(9, listener);
