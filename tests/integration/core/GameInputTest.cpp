@@ -129,12 +129,17 @@ TEST_F(GameInputTest, RequestsGetTheirRepliesAndTheFirstCarriesSequence10000)
 
     controller->clickKeyboard(20, true); // caps lock, on another channel: let it land first
     waitForMessages("km", 1);
-    controller->asyncCheckRemoteCapsLock([&](std::int32_t result) { results.push_back(result); });
-    controller->asyncPasteText("hello", [&](std::int32_t result) { results.push_back(result); });
-    controller->asyncPasteText("", [&](std::int32_t result) { results.push_back(-100 + result); });
-    controller->asyncAutoLogin("player", "secret", [&](std::int32_t result) { results.push_back(result); });
-    ASSERT_TRUE(m_session.waitFor([&] { return results.size() == 4 && m_delegate->has("login:0"); }));
-    EXPECT_EQ(results, (std::vector<int>{0, 1, 0, 0}));
+    // Replies are handled on a concurrent queue, so each request keeps its own result.
+    std::optional<int> capsLock, paste, login;
+    controller->asyncCheckRemoteCapsLock([&](std::int32_t result) { capsLock = result; });
+    controller->asyncPasteText("hello", [&](std::int32_t result) { paste = result; });
+    controller->asyncPasteText("", [&](std::int32_t) { results.push_back(-100); });
+    controller->asyncAutoLogin("player", "secret", [&](std::int32_t result) { login = result; });
+    ASSERT_TRUE(m_session.waitFor([&] { return capsLock && paste && login && m_delegate->has("login:0"); }));
+    EXPECT_EQ(results, std::vector<int>{0});
+    EXPECT_EQ(*capsLock, 1);
+    EXPECT_EQ(*paste, 0);
+    EXPECT_EQ(*login, 0);
     const auto ack = m_session.received("ack");
     EXPECT_EQ(ack[1]["seq"], 10001);
     EXPECT_EQ(ack[3]["data"], json({{"type", "auto_login"}, {"user_name", "player"}, {"psw", "secret"}, {"timeout", 10}}));
