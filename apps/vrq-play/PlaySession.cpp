@@ -86,19 +86,30 @@ void PlaySession::onInitSuccess(const std::string& clientSession)
         registerExperienceOffer(clientSession);
 }
 
-void PlaySession::requestRemoteSession(const std::string& clientSession)
+// Posts to the back end; the answer is handled only while the session lives
+// and when the back end answered at all.
+void PlaySession::postToBackEnd(const std::string& path, std::string body, const char* contentType,
+                                std::function<void(PlaySession&, const vrq::HttpResponse&)> onAnswer)
 {
-    auto request = postRequest(m_settings.backendOrigin + "/session", clientSession, "text/plain");
-    vrq::HttpTransport::shared().send(std::move(request), [weak = weak_from_this()](auto error, vrq::HttpResponse response) {
+    auto request = postRequest(m_settings.backendOrigin + path, std::move(body), contentType);
+    vrq::HttpTransport::shared().send(std::move(request), [weak = weak_from_this(), onAnswer = std::move(onAnswer)](
+                                                              auto error, vrq::HttpResponse response) {
         auto self = weak.lock();
         if (!self)
             return;
         if (error)
             return self->fail("the back end did not answer: " + error->toString());
+        onAnswer(*self, response);
+    });
+}
+
+void PlaySession::requestRemoteSession(const std::string& clientSession)
+{
+    postToBackEnd("/session", clientSession, "text/plain", [](PlaySession& self, const vrq::HttpResponse& response) {
         if (response.status != 200)
-            return self->fail("the back end refused the session: HTTP " + std::to_string(response.status) + " "
-                              + shortened(response.body));
-        self->startWithRemoteSession(response.body);
+            return self.fail("the back end refused the session: HTTP " + std::to_string(response.status) + " "
+                             + shortened(response.body));
+        self.startWithRemoteSession(response.body);
     });
 }
 
@@ -116,22 +127,16 @@ void PlaySession::startWithRemoteSession(const std::string& remoteSession)
 void PlaySession::registerExperienceOffer(const std::string& clientSession)
 {
     const nlohmann::json body = {{"experience_code", m_settings.experienceCode}, {"client_session", clientSession}};
-    auto request = postRequest(m_settings.backendOrigin + "/ExperienceOffer", body.dump(), "application/json");
-    vrq::HttpTransport::shared().send(std::move(request), [weak = weak_from_this()](auto error, vrq::HttpResponse response) {
-        auto self = weak.lock();
-        if (!self)
-            return;
-        if (error)
-            return self->fail("the back end did not answer: " + error->toString());
+    postToBackEnd("/ExperienceOffer", body.dump(), "application/json", [](PlaySession& self, const vrq::HttpResponse& response) {
         const auto answer = nlohmann::json::parse(response.body, nullptr, false);
         const bool accepted = response.status == 200 && (!answer.is_object() || answer.value("Code", 0) == 0);
         if (!accepted)
-            return self->fail("the back end refused the experience offer: HTTP " + std::to_string(response.status) + " "
-                              + shortened(response.body));
-        self->m_events->emit("experience_code", {{"code", self->m_settings.experienceCode}},
-                             "offer registered under " + self->m_settings.experienceCode + ", starting the game");
+            return self.fail("the back end refused the experience offer: HTTP " + std::to_string(response.status) + " "
+                             + shortened(response.body));
+        self.m_events->emit("experience_code", {{"code", self.m_settings.experienceCode}},
+                            "offer registered under " + self.m_settings.experienceCode + ", starting the game");
         // The player reports a failed start only in its log; no video then ends the run.
-        self->m_player->startGameWithExperienceCode(self->m_settings.experienceCode, nullptr);
+        self.m_player->startGameWithExperienceCode(self.m_settings.experienceCode, nullptr);
     });
 }
 

@@ -3,8 +3,10 @@
 #include "core/VRQGameControllerDelegate.h"
 #include "core/VRQGamePlayer.h"
 #include "core/VRQGamePlayerDelegate.h"
+#include "platform/HttpTransport.h"
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -58,6 +60,8 @@ public:
     void onCursorImageUpdated(const std::shared_ptr<const vrq::Image>& image, vrq::Rect frame) override;
 
 private:
+    void postToBackEnd(const std::string& path, std::string body, const char* contentType,
+                       std::function<void(PlaySession&, const vrq::HttpResponse&)> onAnswer);
     void requestRemoteSession(const std::string& clientSession);
     void registerExperienceOffer(const std::string& clientSession);
     void startWithRemoteSession(const std::string& remoteSession);

@@ -21,21 +21,21 @@ namespace {
 // Labels of custom channels: custom_trans_1, custom_trans_2, ... for the process.
 std::atomic<std::int32_t> gCustomDataInc{1};
 
-// A disconnect code may come as a number or as a numeric string.
-std::optional<std::int64_t> disconnectCode(const json& value)
+// A disconnect code may come as a number or, unlike other members, as a
+// numeric string.
+std::int64_t disconnectCode(const json& message)
 {
-    if (value.is_number() || value.is_boolean())
-        return vrq_longForKey(json{{"code", value}}, "code", 0);
-    if (value.is_string()) {
-        const auto& text = value.get_ref<const std::string&>();
-        std::int64_t code = 0;
-        const char* begin = text.data();
-        while (begin < text.data() + text.size() && *begin == ' ')
-            ++begin;
-        std::from_chars(begin, text.data() + text.size(), code);
-        return code;
-    }
-    return std::nullopt;
+    const json& value = message.at("code");
+    if (!value.is_string())
+        return vrq_longForKey(message, "code", 0);
+    const auto& text = value.get_ref<const std::string&>();
+    const char* begin = text.data();
+    const char* end = text.data() + text.size();
+    while (begin < end && *begin == ' ')
+        ++begin;
+    std::int64_t code = 0;
+    std::from_chars(begin, end, code);
+    return code;
 }
 
 std::optional<int> failureForDisconnectCode(std::int64_t code)
@@ -73,9 +73,8 @@ void VRQGamePlayer::onReceiveMsg(const vrq::rtc::DataBuffer& buffer, const std::
 
 void VRQGamePlayer::onHbMessage(const json& message)
 {
-    const auto codeValue = message.find("code");
-    if (codeValue != message.end() && !codeValue->is_null()) {
-        const std::int64_t code = disconnectCode(*codeValue).value_or(0);
+    if (const auto found = message.find("code"); found != message.end() && !found->is_null()) {
+        const std::int64_t code = disconnectCode(message);
         VRQ_LOG(3, "disconnect code:%d", static_cast<int>(code));
         const auto failure = failureForDisconnectCode(code);
         if (!failure)
