@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 using nlohmann::json;
 

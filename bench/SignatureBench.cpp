@@ -1,9 +1,9 @@
 // Signing a metric bulk: the kit signs at most the first 128 bytes; the
 // baseline is a plain HMAC-SHA256 over the whole body, written as hex.
-#include "monitor/VRQSDKMonitor.h"
-#include "platform/Crypto.h"
-#include "utils/VRQHttpHelper.h"
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/platform/services/Crypto.h"
+#include "vrq/utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,6 +1,6 @@
 #include "CursorImage.h"
 
-#include "platform/Crypto.h"
+#include "vrq/platform/services/Crypto.h"
 
 #include <spng.h>
 

@@ -1,6 +1,6 @@
 #include "GameServer.h"
 
-#include "platform/Crypto.h"
+#include "vrq/platform/services/Crypto.h"
 
 #include <algorithm>
 #include <random>
@@ -73,7 +73,7 @@ std::shared_ptr<GameSession> GameServer::acceptOffer(const std::string& offerSdp
     if (!taken) {
         if (session)
             session->close();
-        completion(std::nullopt, VRQError{"vrqserver", 4, "the game server cannot take a session"});
+        completion(std::nullopt, vrq::rtc::Error{"vrqserver", 4, "the game server cannot take a session"});
         return nullptr;
     }
     dropClosedSessions();

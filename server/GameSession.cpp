@@ -2,9 +2,9 @@
 
 #include "HeartbeatReply.h"
 
-#include "platform/MainLoop.h"
-#include "platform/SerialQueue.h"
-#include "platform/Timer.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/SerialQueue.h"
+#include "vrq/platform/dispatch/Timer.h"
 
 #include <algorithm>
 
@@ -14,9 +14,9 @@ namespace rtc = vrq::rtc;
 
 namespace {
 
-VRQError sessionError(int code, std::string description)
+vrq::rtc::Error sessionError(int code, std::string description)
 {
-    return VRQError{"vrqserver", code, std::move(description)};
+    return vrq::rtc::Error{"vrqserver", code, std::move(description)};
 }
 
 } // namespace
@@ -30,7 +30,7 @@ public:
     {
     }
 
-    void finish(std::optional<std::string> answerSdp, std::optional<VRQError> error)
+    void finish(std::optional<std::string> answerSdp, std::optional<vrq::rtc::Error> error)
     {
         AnswerCompletion completion;
         {
@@ -58,7 +58,7 @@ GameSession::GameSession(Settings settings)
 std::shared_ptr<GameSession> GameSession::create(Settings settings)
 {
     std::shared_ptr<GameSession> session(new GameSession(std::move(settings)));
-    auto connection = rtc::PeerConnection::create(session->configuration(), session.get());
+    auto connection = rtc::AnsweringPeerConnection::create(session->configuration(), session->sendMedia(), session.get());
     if (!connection)
         return nullptr;
     std::lock_guard lock(session->m_mutex);
@@ -75,6 +75,11 @@ rtc::Configuration GameSession::configuration() const
 {
     rtc::Configuration configuration;
     configuration.iceAddresses = m_settings.iceAddresses;
+    return configuration;
+}
+
+rtc::SendMedia GameSession::sendMedia() const
+{
     rtc::SendMedia media;
     media.videoLaunch = videoLaunchDescription(m_settings.video);
     media.audioLaunch = audioLaunchDescription();
@@ -83,8 +88,7 @@ rtc::Configuration GameSession::configuration() const
     media.seiText = [detect = m_rttDetect] { return detect->text(vrq::nowMs()); };
     media.sendVideo = [frozen = m_videoFrozen] { return !frozen->load(); };
     media.drawVideo = [overlay = m_overlay](rtc::VideoCanvas& canvas) { overlay->draw(canvas); };
-    configuration.sendMedia = std::move(media);
-    return configuration;
+    return media;
 }
 
 void GameSession::post(std::function<void(GameSession&)> task)
@@ -95,7 +99,7 @@ void GameSession::post(std::function<void(GameSession&)> task)
     });
 }
 
-std::shared_ptr<rtc::PeerConnection> GameSession::connection() const
+std::shared_ptr<rtc::AnsweringPeerConnection> GameSession::connection() const
 {
     std::lock_guard lock(m_mutex);
     return m_connection;
@@ -112,7 +116,7 @@ void GameSession::hop(const std::weak_ptr<GameSession>& weak, std::function<void
 void GameSession::answer(const std::string& offerSdp, AnswerCompletion completion)
 {
     auto pending = std::make_shared<PendingAnswer>(std::move(completion));
-    std::shared_ptr<rtc::PeerConnection> pc;
+    std::shared_ptr<rtc::AnsweringPeerConnection> pc;
     {
         std::lock_guard lock(m_mutex);
         if (!m_closed && !m_pendingAnswer) {
@@ -124,7 +128,7 @@ void GameSession::answer(const std::string& offerSdp, AnswerCompletion completio
         pending->finish(std::nullopt, sessionError(1, "the session is closed or already answered"));
         return;
     }
-    pc->setRemoteDescription({rtc::SdpType::Offer, offerSdp}, [weak = weak_from_this(), pending](std::optional<VRQError> error) {
+    pc->setRemoteDescription({rtc::SdpType::Offer, offerSdp}, [weak = weak_from_this(), pending](std::optional<vrq::rtc::Error> error) {
         if (error)
             pending->finish(std::nullopt, error);
         else
@@ -136,7 +140,7 @@ void GameSession::createAnswer(const std::shared_ptr<PendingAnswer>& pending)
 {
     if (auto pc = connection())
         pc->answer([weak = weak_from_this(), pending](std::optional<rtc::SessionDescription> description,
-                                                      std::optional<VRQError> error) {
+                                                      std::optional<vrq::rtc::Error> error) {
             if (!description || error)
                 pending->finish(std::nullopt, error ? error : sessionError(2, "no answer"));
             else
@@ -147,7 +151,7 @@ void GameSession::createAnswer(const std::shared_ptr<PendingAnswer>& pending)
 void GameSession::setAnswer(const std::shared_ptr<PendingAnswer>& pending, const rtc::SessionDescription& answer)
 {
     if (auto pc = connection())
-        pc->setLocalDescription(answer, [weak = weak_from_this(), pending](std::optional<VRQError> error) {
+        pc->setLocalDescription(answer, [weak = weak_from_this(), pending](std::optional<vrq::rtc::Error> error) {
             if (error)
                 pending->finish(std::nullopt, error);
             else
@@ -161,7 +165,7 @@ void GameSession::completeAnswer(const std::shared_ptr<PendingAnswer>& pending)
 {
     if (auto pc = connection())
         pc->localDescriptionWithCandidates(
-            [pending](std::optional<rtc::SessionDescription> description, std::optional<VRQError> error) {
+            [pending](std::optional<rtc::SessionDescription> description, std::optional<vrq::rtc::Error> error) {
                 if (!description || error)
                     pending->finish(std::nullopt, error ? error : sessionError(2, "no local description"));
                 else
@@ -270,7 +274,7 @@ bool GameSession::isClosed() const
 
 void GameSession::close()
 {
-    std::shared_ptr<rtc::PeerConnection> pc;
+    std::shared_ptr<rtc::AnsweringPeerConnection> pc;
     std::map<std::string, std::shared_ptr<rtc::DataChannel>> channels;
     std::shared_ptr<PendingAnswer> pending;
     std::shared_ptr<vrq::Timer> watch;

@@ -5,7 +5,7 @@
 #include "RttDetectSei.h"
 #include "SceneOverlay.h"
 
-#include "platform/RtcPeerConnection.h"
+#include "vrq/platform/engine/RtcAnswerer_p.h"
 
 #include <atomic>
 #include <chrono>
@@ -50,7 +50,7 @@ public:
     // Runs on the engine's thread that delivered the message.
     using InputObserver = std::function<void(const ChannelMessage& message, std::chrono::steady_clock::time_point arrival)>;
     // Called exactly once: with the answer SDP, or with an error.
-    using AnswerCompletion = std::function<void(std::optional<std::string> answerSdp, std::optional<VRQError> error)>;
+    using AnswerCompletion = std::function<void(std::optional<std::string> answerSdp, std::optional<vrq::rtc::Error> error)>;
 
     struct Settings {
         std::string id;
@@ -124,6 +124,7 @@ private:
 
     explicit GameSession(Settings settings);
     vrq::rtc::Configuration configuration() const;
+    vrq::rtc::SendMedia sendMedia() const;
     void post(std::function<void(GameSession&)> task);
     static void hop(const std::weak_ptr<GameSession>& weak, std::function<void(GameSession&)> task);
     void createAnswer(const std::shared_ptr<PendingAnswer>& pending);
@@ -136,7 +137,7 @@ private:
     void observeInput(const ChannelMessage& message, std::chrono::steady_clock::time_point arrival);
     void onHeartbeat(const ChannelMessage& message);
     bool sendBuffer(const std::string& label, vrq::rtc::DataBuffer buffer);
-    std::shared_ptr<vrq::rtc::PeerConnection> connection() const;
+    std::shared_ptr<vrq::rtc::AnsweringPeerConnection> connection() const;
 
     const Settings m_settings;
     const std::shared_ptr<RttDetectSei> m_rttDetect = std::make_shared<RttDetectSei>();
@@ -147,7 +148,7 @@ private:
     std::atomic<std::int64_t> m_lastHeartbeatMs = 0;
 
     mutable std::mutex m_mutex; // guards the members below
-    std::shared_ptr<vrq::rtc::PeerConnection> m_connection;
+    std::shared_ptr<vrq::rtc::AnsweringPeerConnection> m_connection;
     std::map<std::string, std::shared_ptr<vrq::rtc::DataChannel>> m_channels;
     std::map<std::string, ChannelHandler> m_handlers;
     OpenHandler m_openHandler;

@@ -1,6 +1,6 @@
 #include "MediaLaunch.h"
 
-#include "platform/RtcPeerConnection.h"
+#include "vrq/platform/engine/RtcAnswerer_p.h"
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
 #include "GameServer.h"
 #include "SessionBackend.h"
 
-#include "utils/VRQDigest.h"
+#include "vrq/platform/services/Crypto.h"
 
 #include <httplib.h>
 #include <nlohmann/json.hpp>
@@ -29,7 +29,8 @@ ReconnectBackend::ReconnectBackend(GameServer& gameServer, SessionBackend& sessi
 
 std::string ReconnectBackend::signatureFor(const std::string& token, const std::string& ts)
 {
-    return vrq_md5(token + ts + token);
+    const auto digest = vrq::md5(token + ts + token);
+    return vrq::toHex(digest.data(), digest.size());
 }
 
 void ReconnectBackend::install(httplib::Server& server)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/RtcPeerConnection.h"
+#include "vrq/platform/engine/RtcAnswerer_p.h"
 
 #include <mutex>
 #include <string>

@@ -62,7 +62,7 @@ std::optional<nlohmann::json> SessionBackend::answerOffer(const std::string& off
     auto answer = std::make_shared<std::promise<std::optional<std::string>>>();
     auto answered = answer->get_future();
     auto session = m_gameServer.acceptOffer(
-        offerSdp, [answer](std::optional<std::string> sdp, std::optional<VRQError>) { answer->set_value(std::move(sdp)); },
+        offerSdp, [answer](std::optional<std::string> sdp, std::optional<vrq::rtc::Error>) { answer->set_value(std::move(sdp)); },
         token);
     if (answered.wait_for(m_answerTimeout) != std::future_status::ready) {
         if (session)

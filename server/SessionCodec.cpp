@@ -1,6 +1,6 @@
 #include "SessionCodec.h"
 
-#include "platform/Crypto.h"
+#include "vrq/platform/services/Crypto.h"
 
 namespace vrqserver {
 

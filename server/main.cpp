@@ -6,7 +6,7 @@
 // or SIGTERM.
 #include "ReferenceServer.h"
 
-#include "platform/MainLoop.h"
+#include "vrq/platform/dispatch/MainLoop.h"
 
 #include <csignal>
 #include <cstdio>

@@ -2,7 +2,7 @@
 
 #include "ReferenceServer.h"
 
-#include "utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

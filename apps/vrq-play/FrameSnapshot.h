@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/RtcVideoFrame.h"
+#include "vrq/platform/engine/RtcVideoFrame.h"
 
 #include <filesystem>
 #include <optional>

@@ -1,7 +1,7 @@
 #include "HeadlessWindow.h"
 
-#include "control/VRQGameVideoView.h"
-#include "core/VRQGamePlayer.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/core/VRQGamePlayer.h"
 
 #include <atomic>
 #include <csignal>

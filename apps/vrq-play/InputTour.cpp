@@ -2,8 +2,8 @@
 
 #include "EventLog.h"
 
-#include "core/VRQGameController.h"
-#include "platform/Timer.h"
+#include "vrq/core/VRQGameController.h"
+#include "vrq/platform/dispatch/Timer.h"
 
 namespace {
 

@@ -9,14 +9,14 @@
 #include "PrintingLogDelegate.h"
 #include "SessionStatistics.h"
 
-#include "control/VRQGameVideoView.h"
-#include "core/VRQGamePlayer.h"
-#include "log/VRQLog.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "platform/HttpTransport.h"
-#include "platform/MainLoop.h"
-#include "platform/Timer.h"
-#include "utils/VRQHttpHelper.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/Timer.h"
+#include "vrq/platform/services/HttpTransport.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
 #include <algorithm>
 

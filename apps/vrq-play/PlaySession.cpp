@@ -4,8 +4,8 @@
 #include "PlayWindow.h"
 #include "SessionStatistics.h"
 
-#include "core/VRQGameController.h"
-#include "platform/HttpTransport.h"
+#include "vrq/core/VRQGameController.h"
+#include "vrq/platform/services/HttpTransport.h"
 
 namespace {
 

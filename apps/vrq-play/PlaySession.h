@@ -1,9 +1,9 @@
 #pragma once
 
-#include "core/VRQGameControllerDelegate.h"
-#include "core/VRQGamePlayer.h"
-#include "core/VRQGamePlayerDelegate.h"
-#include "platform/HttpTransport.h"
+#include "vrq/core/VRQGameControllerDelegate.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/core/VRQGamePlayerDelegate.h"
+#include "vrq/platform/services/HttpTransport.h"
 
 #include <chrono>
 #include <functional>

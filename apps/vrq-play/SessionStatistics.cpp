@@ -1,8 +1,8 @@
 #include "SessionStatistics.h"
 
-#include "control/VRQGameVideoView.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
 
 #include <cstdio>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/VRQGamePlayer.h"
+#include "vrq/core/VRQGamePlayer.h"
 
 #include <nlohmann/json.hpp>
 

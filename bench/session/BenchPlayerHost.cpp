@@ -1,8 +1,8 @@
 #include "BenchPlayerHost.h"
 
-#include "control/VRQGameVideoView.h"
-#include "core/VRQGamePlayer.h"
-#include "platform/HttpTransport.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/platform/services/HttpTransport.h"
 
 std::shared_ptr<BenchPlayerHost> BenchPlayerHost::create(const std::string& backendOrigin)
 {

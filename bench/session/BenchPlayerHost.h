@@ -1,6 +1,6 @@
 #pragma once
 
-#include "core/VRQGamePlayerDelegate.h"
+#include "vrq/core/VRQGamePlayerDelegate.h"
 
 #include <chrono>
 #include <memory>

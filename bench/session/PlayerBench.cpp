@@ -14,12 +14,12 @@
 #include "RawOfferer.h"
 #include "ReferenceServer.h"
 
-#include "core/VRQGameController.h"
-#include "core/VRQGamePlayer.h"
-#include "platform/HttpTransport.h"
-#include "platform/MainLoop.h"
-#include "platform/NetworkFlagsSource.h"
-#include "utils/VRQHttpHelper.h"
+#include "vrq/core/VRQGameController.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/HttpTransport.h"
+#include "vrq/platform/services/NetworkFlagsSource.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
 #include <cstdio>
 #include <functional>

@@ -2,7 +2,7 @@
 
 #include "MessageArrivals.h"
 
-#include "platform/RtcPeerConnection.h"
+#include "vrq/platform/engine/RtcPeerConnection.h"
 
 #include <algorithm>
 #include <atomic>

@@ -12,13 +12,13 @@
 #include "RawOfferer.h"
 #include "SessionCodec.h"
 
-#include "control/VRQGameVideoView.h"
-#include "platform/Crypto.h"
-#include "platform/MainLoop.h"
-#include "platform/RtcPeerConnection.h"
-#include "rtc/VRQSdkRtcDelegate.h"
-#include "rtc/VRQWebRTCDataHandler.h"
-#include "rtc/VRQWebrtcClient.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/engine/RtcPeerConnection.h"
+#include "vrq/platform/services/Crypto.h"
+#include "vrq/rtc/VRQSdkRtcDelegate.h"
+#include "vrq/rtc/VRQWebRTCDataHandler.h"
+#include "vrq/rtc/VRQWebrtcClient.h"
 
 #include <httplib.h>
 #include <sys/resource.h>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Geometry.h"
-#include "platform/VideoView.h"
+#include "vrq/platform/views/Geometry.h"
+#include "vrq/platform/views/VideoView.h"
 
 // The view the remote game's video is drawn on. It keeps the latest decoded
 // frame for a renderer; zoom and move settings are kept with it.

@@ -1,11 +1,11 @@
-#include "core/VRQCustomTransChannel.h"
+#include "vrq/core/VRQCustomTransChannel.h"
 
-#include "core/VRQGamePlayer.h"
-#include "core/VRQHostCall_p.h"
-#include "log/VRQLog.h"
-#include "platform/MainLoop.h"
-#include "platform/Timer.h"
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/core/VRQHostCall_p.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/Timer.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 using nlohmann::json;
 

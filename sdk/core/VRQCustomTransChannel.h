@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/VRQCustomTransChannelDelegate.h"
-#include "rtc/VRQWebRTCDataHandler.h"
+#include "vrq/core/VRQCustomTransChannelDelegate.h"
+#include "vrq/rtc/VRQWebRTCDataHandler.h"
 
 #include <atomic>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "utils/VRQError.h"
+#include "vrq/utils/VRQError.h"
 
 #include <cstdint>
 #include <string>

@@ -1,11 +1,11 @@
-#include "core/VRQGameController.h"
+#include "vrq/core/VRQGameController.h"
 
-#include "core/VRQGamePlayer.h"
-#include "core/VRQHostCall_p.h"
-#include "log/VRQLog.h"
-#include "platform/Crypto.h"
-#include "platform/MainLoop.h"
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/core/VRQHostCall_p.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/Crypto.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <cmath>
 #include <limits>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/VRQGameControllerDelegate.h"
-#include "platform/Geometry.h"
+#include "vrq/core/VRQGameControllerDelegate.h"
+#include "vrq/platform/views/Geometry.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Geometry.h"
-#include "platform/Image.h"
+#include "vrq/platform/views/Geometry.h"
+#include "vrq/platform/views/Image.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "core/VRQGameArchiveDelegate.h"
-#include "core/VRQGamePlayerDelegate.h"
-#include "rtc/VRQSdkRtcDelegate.h"
-#include "rtc/VRQWebRTCDataHandler.h"
-#include "utils/VRQError.h"
-#include "utils/VRQWeakDictionary.h"
+#include "vrq/core/VRQGameArchiveDelegate.h"
+#include "vrq/core/VRQGamePlayerDelegate.h"
+#include "vrq/rtc/VRQSdkRtcDelegate.h"
+#include "vrq/rtc/VRQWebRTCDataHandler.h"
+#include "vrq/utils/VRQError.h"
+#include "vrq/utils/VRQWeakDictionary.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,16 +1,16 @@
 // VRQGamePlayer: routing of the server's messages on the fixed channels, and
 // custom transmission channels.
-#include "core/VRQCustomTransChannel.h"
-#include "core/VRQGameController.h"
-#include "core/VRQGamePlayer.h"
-#include "core/VRQHostCall_p.h"
-#include "log/VRQLog.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "platform/MainLoop.h"
-#include "platform/Timer.h"
-#include "rtc/VRQWebrtcClient.h"
-#include "utils/VRQHttpHelper.h"
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/core/VRQCustomTransChannel.h"
+#include "vrq/core/VRQGameController.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/core/VRQHostCall_p.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/Timer.h"
+#include "vrq/rtc/VRQWebrtcClient.h"
+#include "vrq/utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <charconv>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "log/VRQLog.h"
+#include "vrq/log/VRQLog.h"
 
 #include <exception>
 

@@ -1,7 +1,7 @@
-#include "log/VRQLog.h"
+#include "vrq/log/VRQLog.h"
 
-#include "log/VRQLogManager.h"
-#include "platform/LogBackend.h"
+#include "vrq/log/VRQLogManager.h"
+#include "vrq/platform/services/LogBackend.h"
 
 #include <cstdarg>
 

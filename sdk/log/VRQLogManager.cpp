@@ -1,13 +1,13 @@
-#include "log/VRQLogManager.h"
+#include "vrq/log/VRQLogManager.h"
 
-#include "log/VRQLogDelegate.h"
-#include "log/VRQLogger.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "platform/LogBackend.h"
-#include "platform/MainLoop.h"
-#include "utils/VRQHttpHelper.h"
-#include "utils/VRQJsonHelpers.h"
-#include "utils/VRQMetricBatch.h"
+#include "vrq/log/VRQLogDelegate.h"
+#include "vrq/log/VRQLogger.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/LogBackend.h"
+#include "vrq/utils/VRQDeviceId.h"
+#include "vrq/utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQMetricBatch.h"
 
 namespace {
 
@@ -142,7 +142,7 @@ void VRQLogManager::uploadLog(const std::string& line)
         nlohmann::json record = m_sessionInfo;
         record["timestamp"] = timestamp;
         record["content"] = line;
-        record["device_id"] = VRQSDKMonitor::vrqDeviceID();
+        record["device_id"] = vrqDeviceID();
         return record;
     });
 }

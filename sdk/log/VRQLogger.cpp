@@ -1,7 +1,7 @@
-#include "log/VRQLogger.h"
+#include "vrq/log/VRQLogger.h"
 
-#include "log/VRQLogDelegate.h"
-#include "platform/LogBackend.h"
+#include "vrq/log/VRQLogDelegate.h"
+#include "vrq/platform/services/LogBackend.h"
 
 VRQLogger::VRQLogger() = default;
 

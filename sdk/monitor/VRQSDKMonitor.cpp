@@ -1,15 +1,16 @@
-#include "monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
 
-#include "log/VRQLog.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/MainLoop.h"
-#include "platform/Timer.h"
-#include "platform/UserDefaults.h"
-#include "utils/VRQHttpHelper.h"
-#include "utils/VRQJsonHelpers.h"
-#include "utils/VRQMetricBatch.h"
-#include "utils/VRQReachability.h"
-#include "utils/VRQSDKVersion.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/Timer.h"
+#include "vrq/platform/services/UserDefaults.h"
+#include "vrq/utils/VRQDeviceId.h"
+#include "vrq/utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQMetricBatch.h"
+#include "vrq/utils/VRQReachability.h"
+#include "vrq/utils/VRQSDKVersion.h"
 
 #include <glib.h>
 #include <sys/utsname.h>
@@ -19,7 +20,6 @@
 
 namespace {
 
-constexpr const char* kDeviceIdKey = "VRQSDK_DEVICE_ID";
 constexpr int kPlatform = 2;
 constexpr std::int64_t kInvaildTs = -99999;
 
@@ -56,24 +56,7 @@ VRQSDKMonitor::VRQSDKMonitor()
 
 std::string VRQSDKMonitor::vrqDeviceID()
 {
-    // Never destroyed, like the queues that read it until the process ends.
-    static auto* mutex = new std::mutex;
-    static auto* cachedId = new std::string;
-    std::lock_guard lock(*mutex);
-    std::string& cached = *cachedId;
-    if (!cached.empty())
-        return cached;
-    auto& defaults = vrq::UserDefaults::standard();
-    cached = defaults.stringForKey(kDeviceIdKey);
-    if (cached.empty()) {
-        char* uuid = g_uuid_string_random();
-        cached = uuid;
-        g_free(uuid);
-        for (char& c : cached)
-            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        defaults.setObject(cached, kDeviceIdKey);
-    }
-    return cached;
+    return ::vrqDeviceID();
 }
 
 std::string VRQSDKMonitor::networkTypeText(std::int64_t status)

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Geometry.h"
-#include "platform/RtcStatistics.h"
+#include "vrq/platform/engine/RtcStatistics.h"
+#include "vrq/platform/views/Geometry.h"
 
 #include <nlohmann/json.hpp>
 

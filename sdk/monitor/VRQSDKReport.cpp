@@ -1,4 +1,4 @@
-#include "monitor/VRQSDKReport.h"
+#include "vrq/monitor/VRQSDKReport.h"
 
 #include <algorithm>
 #include <charconv>
@@ -6,9 +6,9 @@
 #include <limits>
 #include <string_view>
 
-#include "platform/MainLoop.h"
-#include "utils/VRQJsonHelpers.h"
-#include "utils/VRQLayoutHelpers.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQLayoutHelpers.h"
 
 using nlohmann::json;
 

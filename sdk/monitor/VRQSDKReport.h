@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/RtcStatistics.h"
+#include "vrq/platform/engine/RtcStatistics.h"
 
 // The running statistics of one play session: session identity, round-trip
 // times, the remote host's load and the received video and audio figures.

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/Geometry.h"
-#include "utils/VRQError.h"
+#include "vrq/platform/views/Geometry.h"
+#include "vrq/utils/VRQError.h"
 
 #include <string>
 

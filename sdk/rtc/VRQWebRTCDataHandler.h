@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/RtcTypes.h"
+#include "vrq/platform/engine/RtcTypes.h"
 
 #include <cstdint>
 #include <string>

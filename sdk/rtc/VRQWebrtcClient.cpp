@@ -1,14 +1,14 @@
-#include "rtc/VRQWebrtcClient.h"
+#include "vrq/rtc/VRQWebrtcClient.h"
 
-#include "control/VRQGameVideoView.h"
-#include "log/VRQLog.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "platform/MainLoop.h"
-#include "platform/Timer.h"
-#include "rtc/VRQSdkRtcDelegate.h"
-#include "rtc/VRQWebRTCDataHandler.h"
-#include "utils/VRQJsonHelpers.h"
-#include "utils/VRQSDKVersion.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/Timer.h"
+#include "vrq/rtc/VRQSdkRtcDelegate.h"
+#include "vrq/rtc/VRQWebRTCDataHandler.h"
+#include "vrq/utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQSDKVersion.h"
 
 #include <charconv>
 #include <regex>
@@ -39,6 +39,11 @@ int payloadTypeNumber(const std::string& digits)
     int value = -1;
     const auto result = std::from_chars(digits.data(), digits.data() + digits.size(), value);
     return result.ec == std::errc() ? value : -1;
+}
+
+VRQError kitError(const Error& error)
+{
+    return VRQError{error.domain, error.code, error.description};
 }
 
 std::vector<std::string> splitLines(const std::string& sdp)
@@ -128,7 +133,7 @@ void VRQWebrtClient::createPeerconnection()
     pc->addRecvOnlyTransceiver(MediaType::Video);
     pc->addRecvOnlyTransceiver(MediaType::Audio);
     std::weak_ptr<VRQWebrtClient> weak = weak_from_this();
-    pc->offer([weak](std::optional<SessionDescription> description, std::optional<VRQError> error) {
+    pc->offer([weak](std::optional<SessionDescription> description, std::optional<Error> error) {
         auto self = weak.lock();
         if (!self)
             return;
@@ -140,7 +145,7 @@ void VRQWebrtClient::createPeerconnection()
             self->setLocalSDP(*description);
             return;
         }
-        const VRQError failure = error.value_or(VRQError{"VRQRtc", -1, "no offer"});
+        const VRQError failure = kitError(error.value_or(Error{"VRQRtc", -1, "no offer"}));
         VRQ_LOG_UPLOAD(1, "onSetLocalDescriptionFailure:%s sdp:%s", failure.toString().c_str(), "");
         if (self->delegate())
             self->delegate()->onSetLocalDescriptionFailure(failure);
@@ -154,13 +159,13 @@ void VRQWebrtClient::setLocalSDP(const SessionDescription& description)
     if (!pc)
         return;
     std::weak_ptr<VRQWebrtClient> weak = weak_from_this();
-    pc->setLocalDescription(description, [weak, sdp = description.sdp](std::optional<VRQError> error) {
+    pc->setLocalDescription(description, [weak, sdp = description.sdp](std::optional<Error> error) {
         auto self = weak.lock();
         if (!self || !self->delegate())
             return;
         if (error) {
             VRQ_LOG(3, "set local sdp:%s \nfailed:%s", sdp.c_str(), error->toString().c_str());
-            self->delegate()->onSetLocalDescriptionFailure(*error);
+            self->delegate()->onSetLocalDescriptionFailure(kitError(*error));
         } else {
             self->delegate()->onSetLocalDescriptionSuccess();
         }
@@ -174,7 +179,7 @@ void VRQWebrtClient::setRemoteSdp(const std::string& sdp)
     if (!pc)
         return;
     std::weak_ptr<VRQWebrtClient> weak = weak_from_this();
-    pc->setRemoteDescription({SdpType::Answer, sdp}, [weak, sdp](std::optional<VRQError> error) {
+    pc->setRemoteDescription({SdpType::Answer, sdp}, [weak, sdp](std::optional<Error> error) {
         auto self = weak.lock();
         if (!self)
             return;
@@ -185,7 +190,7 @@ void VRQWebrtClient::setRemoteSdp(const std::string& sdp)
         }
         VRQ_LOG_UPLOAD(3, "setRemoteSdp error %s", error->toString().c_str());
         if (self->delegate())
-            self->delegate()->onSetRemoteDescriptionFailed(*error);
+            self->delegate()->onSetRemoteDescriptionFailed(kitError(*error));
     });
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/Geometry.h"
-#include "platform/RtcPeerConnection.h"
-#include "platform/VideoView.h"
+#include "vrq/platform/engine/RtcPeerConnection.h"
+#include "vrq/platform/views/Geometry.h"
+#include "vrq/platform/views/VideoView.h"
 
 #include <nlohmann/json.hpp>
 

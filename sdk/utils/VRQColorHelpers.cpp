@@ -1,4 +1,4 @@
-#include "utils/VRQColorHelpers.h"
+#include "vrq/utils/VRQColorHelpers.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "platform/Color.h"
+#include "vrq/platform/views/Color.h"
 
 // A colour from "#RRGGBB" or "#RRGGBBAA" (alpha 1 when absent). The first
 // character is not checked. Any other length gives the fully transparent

@@ -1,6 +1,6 @@
-#include "utils/VRQDigest.h"
+#include "vrq/utils/VRQDigest.h"
 
-#include "platform/Crypto.h"
+#include "vrq/platform/services/Crypto.h"
 
 std::string vrq_md5(std::string_view text)
 {

@@ -1,11 +1,11 @@
-#include "utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
-#include "log/VRQLog.h"
-#include "platform/Crypto.h"
-#include "platform/HttpTransport.h"
-#include "platform/MainLoop.h"
-#include "utils/VRQDigest.h"
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/Crypto.h"
+#include "vrq/platform/services/HttpTransport.h"
+#include "vrq/utils/VRQDigest.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <cstdlib>
 #include <mutex>
@@ -81,7 +81,10 @@ void send(vrq::HttpRequest request, VRQHttpHelper::FinishBlock finishBlk, bool l
 {
     const std::string url = request.url;
     vrq::HttpTransport::shared().send(std::move(request), [url, finishBlk = std::move(finishBlk), logFailure](
-                                                              std::optional<VRQError> error, vrq::HttpResponse response) {
+                                                              std::optional<vrq::HttpError> failure, vrq::HttpResponse response) {
+        std::optional<VRQError> error;
+        if (failure)
+            error = VRQError{failure->domain, failure->code, failure->description};
         if (finishBlk) {
             try {
                 finishBlk(error, std::move(response.body));

@@ -1,10 +1,10 @@
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <charconv>
 #include <cmath>
 #include <limits>
 
-#include "platform/Crypto.h"
+#include "vrq/platform/services/Crypto.h"
 
 using nlohmann::json;
 

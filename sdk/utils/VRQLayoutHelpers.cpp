@@ -1,4 +1,4 @@
-#include "utils/VRQLayoutHelpers.h"
+#include "vrq/utils/VRQLayoutHelpers.h"
 
 #include <algorithm>
 #include <charconv>
@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <string_view>
 
-#include "platform/Geometry.h"
+#include "vrq/platform/views/Geometry.h"
 
 // Layout lengths and frames of the virtual gamepad, given as text relative to
 // a reference length. Pure functions, safe from any thread.

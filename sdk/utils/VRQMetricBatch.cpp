@@ -1,6 +1,6 @@
-#include "utils/VRQMetricBatch.h"
+#include "vrq/utils/VRQMetricBatch.h"
 
-#include "platform/SerialQueue.h"
+#include "vrq/platform/dispatch/SerialQueue.h"
 
 VRQMetricBatch::VRQMetricBatch(const std::string& queueLabel, std::string metric, std::size_t batchSize, Post post)
     : m_metric(std::move(metric))

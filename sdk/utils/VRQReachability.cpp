@@ -1,7 +1,7 @@
-#include "utils/VRQReachability.h"
+#include "vrq/utils/VRQReachability.h"
 
-#include "platform/NetworkFlagsSource.h"
-#include "platform/NotificationCenter.h"
+#include "vrq/platform/services/NetworkFlagsSource.h"
+#include "vrq/platform/services/NotificationCenter.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

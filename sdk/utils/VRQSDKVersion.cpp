@@ -1,4 +1,4 @@
-#include "utils/VRQSDKVersion.h"
+#include "vrq/utils/VRQSDKVersion.h"
 
 const char* vrqCommitId()
 {

@@ -1,13 +1,13 @@
 // Metric and log bulks, signed and posted to a real HTTP server on loopback.
-#include "log/VRQLog.h"
-#include "log/VRQLogManager.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "platform/MainLoop.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/log/VRQLogManager.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/platform/dispatch/MainLoop.h"
 #include "support/CapturingLogDelegate.h"
 #include "support/LoopbackHttpServer.h"
 #include "support/Shell.h"
 #include "support/TempHome.h"
-#include "utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include "support/TempHome.h"
 
 #include "MetricsIngest.h"
-#include "platform/Image.h"
+#include "vrq/platform/views/Image.h"
 
 #include <gtest/gtest.h>
 #include <httplib.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "log/VRQLogDelegate.h"
+#include "vrq/log/VRQLogDelegate.h"
 
 #include <mutex>
 #include <string>

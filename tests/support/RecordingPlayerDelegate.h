@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/VRQGamePlayerDelegate.h"
-#include "platform/MainLoop.h"
+#include "vrq/core/VRQGamePlayerDelegate.h"
+#include "vrq/platform/dispatch/MainLoop.h"
 
 #include <algorithm>
 #include <mutex>

@@ -1,5 +1,5 @@
 // Prints the kit's device id, so that tests can compare it across processes.
-#include "monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
 
 #include <cstdio>
 

@@ -2,7 +2,7 @@
 // to a real UDP port by the reference game.
 #include "integration/core/PlayerSession.h"
 
-#include "core/VRQCustomTransChannel.h"
+#include "vrq/core/VRQCustomTransChannel.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

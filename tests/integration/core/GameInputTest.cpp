@@ -2,7 +2,7 @@
 // answered by the reference game.
 #include "integration/core/PlayerSession.h"
 
-#include "core/VRQGameController.h"
+#include "vrq/core/VRQGameController.h"
 
 using namespace std::chrono_literals;
 using nlohmann::json;

@@ -2,11 +2,11 @@
 // server's orders and events, and the signed uploads it leaves behind.
 #include "integration/core/PlayerSession.h"
 
-#include "core/VRQGameController.h"
-#include "log/VRQLog.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/HttpTransport.h"
+#include "vrq/core/VRQGameController.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/services/HttpTransport.h"
 
 using namespace std::chrono_literals;
 using nlohmann::json;

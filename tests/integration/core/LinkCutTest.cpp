@@ -4,18 +4,18 @@
 // reconnect request to fail, comes back, and the session reconnects through it.
 #include "integration/server/ChildProcess.h"
 
-#include "control/VRQGameVideoView.h"
-#include "core/VRQGamePlayer.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/HttpTransport.h"
-#include "platform/MainLoop.h"
-#include "platform/NetworkFlagsSource.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/HttpTransport.h"
+#include "vrq/platform/services/NetworkFlagsSource.h"
 #include "support/CapturingLogDelegate.h"
 #include "support/RecordingPlayerDelegate.h"
 #include "support/Shell.h"
 #include "support/TempHome.h"
-#include "utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
 #include <httplib.h>
 #include <unistd.h>

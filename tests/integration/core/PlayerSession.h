@@ -6,15 +6,15 @@
 
 #include "ReferenceServer.h"
 
-#include "core/VRQGamePlayer.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "control/VRQGameVideoView.h"
-#include "platform/MainLoop.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
 #include "support/CapturingLogDelegate.h"
 #include "support/RecordingPlayerDelegate.h"
 #include "support/TempHome.h"
-#include "utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
 #include <httplib.h>
 

@@ -2,10 +2,10 @@
 // frozen video and after the network comes back, within a budget of three.
 #include "integration/core/PlayerSession.h"
 
-#include "platform/Crypto.h"
-#include "platform/HttpTransport.h"
-#include "platform/NetworkFlagsSource.h"
-#include "utils/VRQDigest.h"
+#include "vrq/platform/services/Crypto.h"
+#include "vrq/platform/services/HttpTransport.h"
+#include "vrq/platform/services/NetworkFlagsSource.h"
+#include "vrq/utils/VRQDigest.h"
 
 using namespace std::chrono_literals;
 using nlohmann::json;

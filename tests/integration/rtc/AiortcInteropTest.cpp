@@ -4,9 +4,9 @@
 #include "integration/server/ChildProcess.h"
 #include "integration/server/KitOfferer.h"
 
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/MainLoop.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
 #include "support/Shell.h"
 #include "support/TempHome.h"
 

@@ -2,12 +2,12 @@
 // a game server: an independent WebRTC stack on 127.0.0.1.
 #include "integration/peers/AiortcPeer.h"
 
-#include "control/VRQGameVideoView.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/MainLoop.h"
-#include "rtc/VRQSdkRtcDelegate.h"
-#include "rtc/VRQWebrtcClient.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/rtc/VRQSdkRtcDelegate.h"
+#include "vrq/rtc/VRQWebrtcClient.h"
 #include "support/TempHome.h"
 
 #include <gtest/gtest.h>

@@ -33,7 +33,7 @@ struct OfferedPeer {
         auto offer = offered.wait();
         if (!offer || !offer->first)
             return false;
-        Await<std::optional<VRQError>> set;
+        Await<std::optional<vrq::rtc::Error>> set;
         connection->setLocalDescription(*offer->first, set.callback());
         auto result = set.wait();
         return result && !*result;
@@ -48,7 +48,7 @@ TEST(PeerConnectionLifecycleTest, AnswersThatAreNotSessionDescriptionsCompleteWi
     ASSERT_TRUE(peer.offer());
     for (const std::string& answer : {std::string("this is not SDP"), std::string(), std::string("v=0\r\no=- 1 0 IN IP4 0.0.0.0\r\nbroken line\r\n"),
                                      std::string("v=0\r\no=- 1 0 IN IP4 0.0.0.0\r\ns=-\r\nt=0 0\r\n")}) {
-        Await<std::optional<VRQError>> applied;
+        Await<std::optional<vrq::rtc::Error>> applied;
         peer.connection->setRemoteDescription({SdpType::Answer, answer}, applied.callback());
         const auto result = applied.wait();
         ASSERT_TRUE(result) << "no completion for " << answer;
@@ -185,24 +185,22 @@ TEST_P(PeerConnectionCloseInCallbackTest, NoCallbackFollowsAndTheSenderGoesOn)
     offerer->offer(describe(offered));
     auto offer = offered.wait();
     ASSERT_TRUE(offer && offer->first);
-    offerer->setLocalDescription(*offer->first, [](std::optional<VRQError>) {});
+    offerer->setLocalDescription(*offer->first, [](std::optional<vrq::rtc::Error>) {});
 
-    Configuration sending;
-    sending.sendMedia = testScene();
-    auto answerer = PeerConnection::create(sending, &answererEvents);
-    Await<std::optional<VRQError>> remoteSet;
+    auto answerer = AnsweringPeerConnection::create(Configuration{}, testScene(), &answererEvents);
+    Await<std::optional<vrq::rtc::Error>> remoteSet;
     answerer->setRemoteDescription(*offer->first, remoteSet.callback());
     ASSERT_TRUE(remoteSet.wait());
     Await<DescriptionResult> answered;
     answerer->answer(describe(answered));
     auto answer = answered.wait();
     ASSERT_TRUE(answer && answer->first);
-    answerer->setLocalDescription(*answer->first, [](std::optional<VRQError>) {});
+    answerer->setLocalDescription(*answer->first, [](std::optional<vrq::rtc::Error>) {});
     Await<DescriptionResult> gathered;
     answerer->localDescriptionWithCandidates(describe(gathered));
     auto complete = gathered.wait();
     ASSERT_TRUE(complete && complete->first);
-    offerer->setRemoteDescription(*complete->first, [](std::optional<VRQError>) {});
+    offerer->setRemoteDescription(*complete->first, [](std::optional<vrq::rtc::Error>) {});
 
     ASSERT_TRUE(waitUntil([&] { return events.closed(); }));
     const int framesAtClose = frames->count();

@@ -1,9 +1,9 @@
 // The engine's pure helpers: description edits, SEI units, H.264 profile
 // parsing and the media meter's rate and freeze rules, without a network.
-#include "platform/RtcMediaMeter_p.h"
-#include "platform/RtcSdpText_p.h"
-#include "platform/RtcSeiMessage_p.h"
-#include "platform/RtcTypes.h"
+#include "vrq/platform/engine/RtcMediaMeter_p.h"
+#include "vrq/platform/engine/RtcSdpText_p.h"
+#include "vrq/platform/engine/RtcSeiMessage_p.h"
+#include "vrq/platform/engine/RtcTypes.h"
 
 #include <gtest/gtest.h>
 

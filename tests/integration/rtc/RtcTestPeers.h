@@ -4,9 +4,9 @@
 // like the kit, and an answerer that sends a small test scene like the
 // reference server. Observers record everything, under their own locks.
 
-#include "platform/LogBackend.h"
-#include "platform/MainLoop.h"
-#include "platform/RtcPeerConnection.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/engine/RtcAnswerer_p.h"
+#include "vrq/platform/services/LogBackend.h"
 
 #include <atomic>
 #include <chrono>
@@ -80,11 +80,11 @@ private:
     std::shared_ptr<State> m_state = std::make_shared<State>();
 };
 
-using DescriptionResult = std::pair<std::optional<SessionDescription>, std::optional<VRQError>>;
+using DescriptionResult = std::pair<std::optional<SessionDescription>, std::optional<vrq::rtc::Error>>;
 
 inline PeerConnection::DescriptionCompletion describe(Await<DescriptionResult>& await)
 {
-    return [done = await.callback()](std::optional<SessionDescription> description, std::optional<VRQError> error) {
+    return [done = await.callback()](std::optional<SessionDescription> description, std::optional<vrq::rtc::Error> error) {
         done({std::move(description), std::move(error)});
     };
 }
@@ -314,7 +314,7 @@ struct ConnectedPair {
     PeerRecorder answererEvents;
     std::shared_ptr<FrameCounter> frames = std::make_shared<FrameCounter>();
     std::shared_ptr<PeerConnection> offerer;
-    std::shared_ptr<PeerConnection> answerer;
+    std::shared_ptr<AnsweringPeerConnection> answerer;
     std::map<std::string, std::shared_ptr<DataChannel>> channels;
     std::map<std::string, std::shared_ptr<ChannelRecorder>> channelEvents;
     std::string offerSdp;
@@ -352,16 +352,14 @@ struct ConnectedPair {
         if (!offer || !offer->first)
             return "no offer: " + (offer && offer->second ? offer->second->toString() : std::string("timeout"));
         offerSdp = offer->first->sdp;
-        Await<std::optional<VRQError>> localSet;
+        Await<std::optional<vrq::rtc::Error>> localSet;
         offerer->setLocalDescription(*offer->first, localSet.callback());
         if (auto set = localSet.wait(); !set || *set)
             return "offer not set: " + (set && *set ? (*set)->toString() : std::string("timeout"));
         offerSetAt = Clock::now();
 
-        Configuration sending;
-        sending.sendMedia = testScene();
-        answerer = PeerConnection::create(sending, &answererEvents);
-        Await<std::optional<VRQError>> remoteSet;
+        answerer = AnsweringPeerConnection::create(Configuration{}, testScene(), &answererEvents);
+        Await<std::optional<vrq::rtc::Error>> remoteSet;
         answerer->setRemoteDescription(*offer->first, remoteSet.callback());
         if (auto set = remoteSet.wait(); !set || *set)
             return "offer not applied: " + (set && *set ? (*set)->toString() : std::string("timeout"));
@@ -370,7 +368,7 @@ struct ConnectedPair {
         auto answer = answered.wait();
         if (!answer || !answer->first)
             return "no answer: " + (answer && answer->second ? answer->second->toString() : std::string("timeout"));
-        Await<std::optional<VRQError>> answerSet;
+        Await<std::optional<vrq::rtc::Error>> answerSet;
         answerer->setLocalDescription(*answer->first, answerSet.callback());
         if (auto set = answerSet.wait(); !set || *set)
             return "answer not set: " + (set && *set ? (*set)->toString() : std::string("timeout"));
@@ -381,7 +379,7 @@ struct ConnectedPair {
             return "no gathered answer";
         answerSdp = complete->first->sdp;
 
-        Await<std::optional<VRQError>> answerApplied;
+        Await<std::optional<vrq::rtc::Error>> answerApplied;
         offerer->setRemoteDescription({SdpType::Answer, answerSdp}, answerApplied.callback());
         if (auto set = answerApplied.wait(); !set || *set)
             return "answer not applied: " + (set && *set ? (*set)->toString() : std::string("timeout"));

@@ -2,17 +2,17 @@
 // real WebRTC on 127.0.0.1.
 #include "GameServer.h"
 
-#include "control/VRQGameVideoView.h"
-#include "log/VRQLogManager.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/MainLoop.h"
-#include "rtc/VRQSdkRtcDelegate.h"
-#include "rtc/VRQWebRTCDataHandler.h"
-#include "rtc/VRQWebrtcClient.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/log/VRQLogManager.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/rtc/VRQSdkRtcDelegate.h"
+#include "vrq/rtc/VRQWebRTCDataHandler.h"
+#include "vrq/rtc/VRQWebrtcClient.h"
 #include "support/CapturingLogDelegate.h"
 #include "support/TempHome.h"
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <gtest/gtest.h>
 

@@ -7,10 +7,10 @@
 #include "HttpEndpoint.h"
 #include "SessionBackend.h"
 
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/Crypto.h"
-#include "platform/MainLoop.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/Crypto.h"
 #include "support/TempHome.h"
 
 #include <gtest/gtest.h>
@@ -45,7 +45,7 @@ std::pair<std::string, std::string> answerFrom(vrqserver::GameServer& server, co
 {
     auto answered = std::make_shared<std::promise<std::pair<std::string, std::string>>>();
     auto future = answered->get_future();
-    server.acceptOffer(offer, [answered](std::optional<std::string> sdp, std::optional<VRQError> error) {
+    server.acceptOffer(offer, [answered](std::optional<std::string> sdp, std::optional<vrq::rtc::Error> error) {
         answered->set_value({sdp.value_or(""), error ? error->toString() : ""});
     });
     if (future.wait_for(20s) != std::future_status::ready)

@@ -7,7 +7,7 @@
 
 #include "integration/rtc/RtcTestPeers.h"
 
-#include "platform/Crypto.h"
+#include "vrq/platform/services/Crypto.h"
 
 #include <nlohmann/json.hpp>
 
@@ -51,7 +51,7 @@ public:
         auto offer = offered.wait();
         if (!offer || !offer->first)
             return "no offer";
-        rtc::Await<std::optional<VRQError>> localSet;
+        rtc::Await<std::optional<vrq::rtc::Error>> localSet;
         m_connection->setLocalDescription(*offer->first, localSet.callback());
         if (auto set = localSet.wait(); !set || *set)
             return "offer not set";
@@ -72,7 +72,7 @@ public:
 
     std::optional<std::string> applyAnswer(const std::string& sdp)
     {
-        rtc::Await<std::optional<VRQError>> applied;
+        rtc::Await<std::optional<vrq::rtc::Error>> applied;
         m_connection->setRemoteDescription({vrq::rtc::SdpType::Answer, sdp}, applied.callback());
         if (auto set = applied.wait(); !set || *set)
             return "answer not applied: " + (set && *set ? (*set)->toString() : std::string("timeout"));

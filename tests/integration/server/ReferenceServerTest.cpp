@@ -4,8 +4,8 @@
 // reconnect port of its host.
 #include "ServedClient.h"
 
-#include "platform/MainLoop.h"
-#include "utils/VRQHttpHelper.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "control/VRQGameVideoView.h"
+#include "vrq/control/VRQGameVideoView.h"
 
 #include <gtest/gtest.h>
 

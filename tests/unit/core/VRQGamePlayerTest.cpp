@@ -1,18 +1,18 @@
 // The player without a server: what it makes of remote sessions and of
 // whatever arrives on its channels, and its acknowledged-message bookkeeping.
-#include "core/VRQGameController.h"
-#include "core/VRQGameMessageHandler.h"
-#include "core/VRQGamePlayer.h"
-#include "control/VRQGameVideoView.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/Crypto.h"
-#include "platform/MainLoop.h"
-#include "platform/UserDefaults.h"
+#include "vrq/control/VRQGameVideoView.h"
+#include "vrq/core/VRQGameController.h"
+#include "vrq/core/VRQGameMessageHandler.h"
+#include "vrq/core/VRQGamePlayer.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/Crypto.h"
+#include "vrq/platform/services/UserDefaults.h"
 #include "support/CapturingLogDelegate.h"
 #include "support/RecordingPlayerDelegate.h"
 #include "support/TempHome.h"
-#include "utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "log/VRQLog.h"
-#include "log/VRQLogManager.h"
-#include "platform/UserDefaults.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/log/VRQLogManager.h"
+#include "vrq/platform/services/UserDefaults.h"
 #include "support/CapturingLogDelegate.h"
 #include "support/TempHome.h"
 

@@ -1,12 +1,12 @@
-#include "log/VRQLogManager.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/MainLoop.h"
-#include "platform/NetworkFlagsSource.h"
+#include "vrq/log/VRQLogManager.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/NetworkFlagsSource.h"
 #include "support/CapturingLogDelegate.h"
 #include "support/LoopbackHttpServer.h"
 #include "support/TempHome.h"
-#include "utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQHttpHelper.h"
 
 #include <gtest/gtest.h>
 

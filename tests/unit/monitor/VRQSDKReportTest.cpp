@@ -1,4 +1,4 @@
-#include "monitor/VRQSDKReport.h"
+#include "vrq/monitor/VRQSDKReport.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/Geometry.h"
+#include "vrq/platform/views/Geometry.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "platform/HttpTransport.h"
-#include "platform/MainLoop.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/HttpTransport.h"
 
 #include <curl/curl.h>
 #include <gtest/gtest.h>
@@ -28,14 +28,14 @@ namespace {
 struct Outcome {
     bool done = false;
     bool onMainThread = false;
-    std::optional<VRQError> error;
+    std::optional<vrq::HttpError> error;
     HttpResponse response;
 };
 
 // Completes `outcome` on whichever thread the transport calls back on.
 HttpTransport::Completion recordInto(Outcome& outcome)
 {
-    return [&outcome](std::optional<VRQError> error, HttpResponse response) {
+    return [&outcome](std::optional<vrq::HttpError> error, HttpResponse response) {
         outcome.onMainThread = vrq::isMainThread();
         outcome.error = std::move(error);
         outcome.response = std::move(response);
@@ -200,7 +200,7 @@ TEST_F(HttpTransportTest, ServerErrorStatusIsAnAnswerAndCompletesOnTheMainThread
     Outcome outcome;
     int pendingDuringCompletion = -1;
     HttpTransport::shared().send(requestTo(m_server.url("/fail")),
-                                 [&](std::optional<VRQError> error, HttpResponse response) {
+                                 [&](std::optional<vrq::HttpError> error, HttpResponse response) {
                                      pendingDuringCompletion = HttpTransport::shared().pendingCount();
                                      recordInto(outcome)(std::move(error), std::move(response));
                                  });
@@ -319,7 +319,7 @@ TEST_F(HttpTransportTest, RequestFromAnotherThreadCompletesOnTheMainThread)
 TEST_F(HttpTransportTest, ThrowingCompletionLeavesTheTransportWorking)
 {
     bool threw = false;
-    HttpTransport::shared().send(requestTo(m_server.url("/")), [&](std::optional<VRQError>, HttpResponse) {
+    HttpTransport::shared().send(requestTo(m_server.url("/")), [&](std::optional<vrq::HttpError>, HttpResponse) {
         threw = true;
         throw std::runtime_error("host bug");
     });

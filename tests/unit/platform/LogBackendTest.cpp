@@ -1,4 +1,4 @@
-#include "platform/LogBackend.h"
+#include "vrq/platform/services/LogBackend.h"
 #include "support/TempHome.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-#include "platform/MainLoop.h"
-#include "platform/NetworkFlagsSource.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/NetworkFlagsSource.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "platform/MainLoop.h"
-#include "platform/SerialQueue.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/SerialQueue.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "platform/MainLoop.h"
-#include "platform/SerialQueue.h"
-#include "platform/Timer.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/SerialQueue.h"
+#include "vrq/platform/dispatch/Timer.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
-#include "log/VRQLogManager.h"
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/MainLoop.h"
-#include "rtc/VRQWebrtcClient.h"
+#include "vrq/log/VRQLogManager.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/rtc/VRQWebrtcClient.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "integration/server/PngInfo.h"
 
-#include "platform/Crypto.h"
+#include "vrq/platform/services/Crypto.h"
 
 #include <gtest/gtest.h>
 

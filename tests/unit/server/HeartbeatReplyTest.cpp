@@ -1,8 +1,8 @@
 #include "HeartbeatReply.h"
 
-#include "monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
 #include "support/TempHome.h"
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <gtest/gtest.h>
 

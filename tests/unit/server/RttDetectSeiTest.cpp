@@ -1,8 +1,8 @@
 #include "RttDetectSei.h"
 
-#include "monitor/VRQSDKMonitor.h"
-#include "monitor/VRQSDKReport.h"
-#include "platform/MainLoop.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/dispatch/MainLoop.h"
 #include "support/TempHome.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "SessionCodec.h"
 
-#include "platform/Crypto.h"
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/platform/services/Crypto.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <gtest/gtest.h>
 

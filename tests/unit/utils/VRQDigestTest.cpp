@@ -1,4 +1,4 @@
-#include "utils/VRQDigest.h"
+#include "vrq/utils/VRQDigest.h"
 
 #include <gtest/gtest.h>
 

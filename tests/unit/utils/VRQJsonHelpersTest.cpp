@@ -1,4 +1,4 @@
-#include "utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "utils/VRQLayoutHelpers.h"
+#include "vrq/utils/VRQLayoutHelpers.h"
 
 #include <gtest/gtest.h>
 

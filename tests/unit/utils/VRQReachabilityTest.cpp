@@ -1,7 +1,7 @@
-#include "platform/MainLoop.h"
-#include "platform/NetworkFlagsSource.h"
-#include "platform/NotificationCenter.h"
-#include "utils/VRQReachability.h"
+#include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/services/NetworkFlagsSource.h"
+#include "vrq/platform/services/NotificationCenter.h"
+#include "vrq/utils/VRQReachability.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "utils/VRQWeakDictionary.h"
+#include "vrq/utils/VRQWeakDictionary.h"
 
 #include <gtest/gtest.h>
 

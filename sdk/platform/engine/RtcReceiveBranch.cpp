@@ -1,0 +1,395 @@
+#include "vrq/platform/engine/RtcReceiveBranch_p.h"
+
+#include "vrq/platform/engine/RtcEngine_p.h"
+#include "vrq/platform/engine/RtcGst_p.h"
+#include "vrq/platform/services/LogBackend.h"
+
+#include <gst/app/gstappsink.h>
+#include <gst/rtp/gstrtpbuffer.h>
+#include <gst/video/video-sei.h>
+#include <gst/video/video.h>
+
+#include <cstring>
+
+namespace vrq::rtc {
+namespace {
+
+using Data = gst::GuardedData<ReceiveBranch>;
+using Clock = MediaMeter::Clock;
+
+GstElement* makeElement(const char* factory)
+{
+    GstElement* element = gst_element_factory_make(factory, nullptr);
+    if (!element)
+        RTC_LOG(logging::kError, "cannot create GStreamer element \"%s\"", factory);
+    return element;
+}
+
+std::optional<std::uint16_t> rtpSequence(GstBuffer* buffer)
+{
+    GstRTPBuffer rtp{};
+    if (!gst_rtp_buffer_map(buffer, GST_MAP_READ, &rtp))
+        return std::nullopt;
+    const std::uint16_t sequence = gst_rtp_buffer_get_seq(&rtp);
+    gst_rtp_buffer_unmap(&rtp);
+    return sequence;
+}
+
+// Calls fn for the buffer of a probe, or for each buffer of a list.
+template <class Function>
+void forEachBuffer(GstPadProbeInfo* info, Function fn)
+{
+    if (GstBuffer* buffer = gst::probeBuffer(info)) {
+        fn(buffer);
+    } else if (GstBufferList* list = gst::probeBufferList(info)) {
+        const guint count = gst_buffer_list_length(list);
+        for (guint i = 0; i < count; ++i)
+            fn(gst_buffer_list_get(list, i));
+    }
+}
+
+} // namespace
+
+ReceiveBranch::ReceiveBranch(unsigned ssrc, Listener* listener)
+    : m_ssrc(ssrc)
+    , m_listener(listener)
+    , m_guard(std::make_shared<Guard>(this))
+{
+}
+
+ReceiveBranch::~ReceiveBranch()
+{
+    stop();
+    std::lock_guard lock(m_mutex);
+    for (auto& [pad, probe] : m_probes)
+        gst_object_unref(pad);
+    if (m_jitterBuffer)
+        gst_object_unref(m_jitterBuffer);
+    if (m_volume)
+        gst_object_unref(m_volume);
+}
+
+void ReceiveBranch::stop()
+{
+    m_listening.store(false);
+    std::vector<std::pair<GstPad*, gulong>> probes;
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_stopped)
+            return;
+        m_stopped = true;
+        probes = m_probes;
+    }
+    m_guard->reset(nullptr);
+    for (auto& [pad, probe] : probes)
+        gst_pad_remove_probe(pad, probe);
+}
+
+std::optional<MediaType> ReceiveBranch::media() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_media;
+}
+
+void ReceiveBranch::addProbe(GstPad* pad, GstPadProbeType mask, GstPadProbeCallback callback)
+{
+    const gulong probe = gst_pad_add_probe(pad, mask, callback, Data::make(m_guard), Data::destroy);
+    std::lock_guard lock(m_mutex);
+    m_probes.emplace_back(static_cast<GstPad*>(gst_object_ref(pad)), probe);
+}
+
+void ReceiveBranch::attachJitterBuffer(GstElement* jitterBuffer)
+{
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_jitterBuffer || m_stopped)
+            return;
+        m_jitterBuffer = static_cast<GstElement*>(gst_object_ref(jitterBuffer));
+    }
+    const auto packets = static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST);
+    if (gst::ObjectPtr<GstPad> input{gst_element_get_static_pad(jitterBuffer, "sink")})
+        addProbe(input.get(), packets, &ReceiveBranch::onJitterBufferInput);
+    if (gst::ObjectPtr<GstPad> output{gst_element_get_static_pad(jitterBuffer, "src")})
+        addProbe(output.get(), packets, &ReceiveBranch::onJitterBufferOutput);
+}
+
+bool ReceiveBranch::build(GstElement* pipeline, GstPad* source, MediaType media, double volume)
+{
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_media || m_stopped)
+            return false;
+        m_media = media;
+    }
+    return media == MediaType::Video ? buildVideo(pipeline, source) : buildAudio(pipeline, source, volume);
+}
+
+namespace {
+
+// Adds the elements to the bin, links them in order, starts them and links
+// the pad to the first. Elements that could not be made are released.
+bool assemble(GstElement* pipeline, GstPad* source, std::vector<GstElement*> chain)
+{
+    bool complete = true;
+    for (GstElement* element : chain)
+        complete = complete && element != nullptr;
+    if (!complete) {
+        for (GstElement* element : chain) {
+            if (element)
+                gst_object_unref(element);
+        }
+        return false;
+    }
+    for (GstElement* element : chain)
+        gst_bin_add(gst::bin(pipeline), element);
+    for (std::size_t i = 0; i + 1 < chain.size(); ++i) {
+        if (!gst_element_link(chain[i], chain[i + 1])) {
+            RTC_LOG(logging::kError, "cannot link the receive elements");
+            return false;
+        }
+    }
+    for (auto it = chain.rbegin(); it != chain.rend(); ++it)
+        gst_element_sync_state_with_parent(*it);
+    gst::ObjectPtr<GstPad> input{gst_element_get_static_pad(chain.front(), "sink")};
+    const GstPadLinkReturn linked = gst_pad_link(source, input.get());
+    if (linked != GST_PAD_LINK_OK) {
+        RTC_LOG(logging::kError, "cannot link the received stream: %d", static_cast<int>(linked));
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool ReceiveBranch::buildVideo(GstElement* pipeline, GstPad* source)
+{
+    const std::string decoderName = engine::videoDecoderFactory();
+    GstElement* depayloader = makeElement("rtph264depay");
+    GstElement* parser = makeElement("h264parse");
+    GstElement* decoder = decoderName.empty() ? nullptr : makeElement(decoderName.c_str());
+    GstElement* converter = makeElement("videoconvert");
+    GstElement* filter = makeElement("capsfilter");
+    GstElement* sink = makeElement("appsink");
+    if (depayloader)
+        g_object_set(depayloader, "request-keyframe", TRUE, "wait-for-keyframe", TRUE, nullptr);
+    if (filter) {
+        gst::CapsPtr rgba{gst_caps_from_string("video/x-raw,format=RGBA")};
+        g_object_set(filter, "caps", rgba.get(), nullptr);
+    }
+    if (sink) {
+        // Frames go out as soon as they are decoded: pacing is the renderer's business.
+        g_object_set(sink, "sync", FALSE, "max-buffers", 2U, "drop", TRUE, "enable-last-sample", FALSE, nullptr);
+        GstAppSinkCallbacks callbacks{};
+        callbacks.new_sample = &ReceiveBranch::onNewSample;
+        gst_app_sink_set_callbacks(reinterpret_cast<GstAppSink*>(sink), &callbacks, Data::make(m_guard), Data::destroy);
+    }
+    if (decoder)
+        probeDecoder(decoder, true);
+    return assemble(pipeline, source, {depayloader, parser, decoder, converter, filter, sink});
+}
+
+bool ReceiveBranch::buildAudio(GstElement* pipeline, GstPad* source, double volume)
+{
+    GstElement* depayloader = makeElement("rtpopusdepay");
+    GstElement* decoder = makeElement("opusdec");
+    GstElement* converter = makeElement("audioconvert");
+    GstElement* resampler = makeElement("audioresample");
+    GstElement* volumeElement = makeElement("volume");
+    const bool device = engine::hasAudioOutput();
+    GstElement* sink = makeElement(device ? "autoaudiosink" : "fakesink");
+    if (sink && !device)
+        g_object_set(sink, "sync", FALSE, "enable-last-sample", FALSE, nullptr);
+    if (volumeElement) {
+        g_object_set(volumeElement, "volume", volume, nullptr);
+        std::lock_guard lock(m_mutex);
+        m_volume = static_cast<GstElement*>(gst_object_ref(volumeElement));
+    }
+    if (decoder)
+        probeDecoder(decoder, false);
+    return assemble(pipeline, source, {depayloader, decoder, converter, resampler, volumeElement, sink});
+}
+
+void ReceiveBranch::probeDecoder(GstElement* decoder, bool video)
+{
+    if (gst::ObjectPtr<GstPad> input{gst_element_get_static_pad(decoder, "sink")})
+        addProbe(input.get(), GST_PAD_PROBE_TYPE_BUFFER, &ReceiveBranch::onDecoderInput);
+    if (gst::ObjectPtr<GstPad> output{gst_element_get_static_pad(decoder, "src")}) {
+        if (video) {
+            const auto mask = static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM);
+            addProbe(output.get(), mask, &ReceiveBranch::onVideoDecoderOutput);
+        } else {
+            addProbe(output.get(), GST_PAD_PROBE_TYPE_BUFFER, &ReceiveBranch::onAudioDecoderOutput);
+        }
+    }
+}
+
+void ReceiveBranch::setVolume(double volume)
+{
+    std::lock_guard lock(m_mutex);
+    if (m_volume)
+        g_object_set(m_volume, "volume", volume, nullptr);
+}
+
+ReceiveBranch::Figures ReceiveBranch::figures(Clock::time_point now) const
+{
+    Figures result;
+    result.ssrc = m_ssrc;
+    result.meter = m_meter.snapshot(now);
+    result.width = m_width.load();
+    result.height = m_height.load();
+    gst::ObjectPtr<GstElement> jitterBuffer;
+    {
+        std::lock_guard lock(m_mutex);
+        result.media = m_media;
+        if (m_jitterBuffer)
+            jitterBuffer.reset(static_cast<GstElement*>(gst_object_ref(m_jitterBuffer)));
+    }
+    if (jitterBuffer) {
+        guint latency = 0;
+        GstStructure* stats = nullptr;
+        g_object_get(jitterBuffer.get(), "latency", &latency, "stats", &stats, nullptr);
+        result.latencyMs = static_cast<int>(latency);
+        gst::StructurePtr owned(stats);
+        if (owned) {
+            if (auto rtt = gst::number(owned.get(), "rtx-rtt"); rtt && *rtt > 0)
+                result.retransmissionRoundTripSeconds = *rtt / 1e9;
+            result.retransmissionRequests = gst::number(owned.get(), "rtx-count");
+        }
+    }
+    return result;
+}
+
+// Records each RTP packet's passage, by sequence number, on one side of the jitter buffer.
+GstPadProbeReturn ReceiveBranch::meterJitterBufferPassage(GstPadProbeInfo* info, gpointer data,
+                                                          void (MediaMeter::*passage)(std::uint16_t, Clock::time_point))
+{
+    Data::Entry self{data};
+    if (!self)
+        return GST_PAD_PROBE_OK;
+    const auto now = Clock::now();
+    forEachBuffer(info, [&](GstBuffer* buffer) {
+        if (auto sequence = rtpSequence(buffer))
+            (self->m_meter.*passage)(*sequence, now);
+    });
+    return GST_PAD_PROBE_OK;
+}
+
+GstPadProbeReturn ReceiveBranch::onJitterBufferInput(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    return meterJitterBufferPassage(info, data, &MediaMeter::jitterBufferInput);
+}
+
+GstPadProbeReturn ReceiveBranch::onJitterBufferOutput(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    return meterJitterBufferPassage(info, data, &MediaMeter::jitterBufferOutput);
+}
+
+GstPadProbeReturn ReceiveBranch::onDecoderInput(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    Data::Entry self{data};
+    GstBuffer* buffer = gst::probeBuffer(info);
+    if (self && buffer && buffer->pts != GST_CLOCK_TIME_NONE)
+        self->m_meter.decoderInput(buffer->pts, Clock::now());
+    return GST_PAD_PROBE_OK;
+}
+
+GstPadProbeReturn ReceiveBranch::onVideoDecoderOutput(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    Data::Entry self{data};
+    if (!self)
+        return GST_PAD_PROBE_OK;
+    if (GstBuffer* buffer = gst::probeBuffer(info)) {
+        self->videoDecoded(buffer);
+    } else if (GstEvent* event = gst::probeEvent(info); event && GST_EVENT_TYPE(event) == GST_EVENT_CAPS) {
+        GstCaps* caps = nullptr;
+        gst_event_parse_caps(event, &caps);
+        if (caps)
+            self->videoCaps(caps);
+    }
+    return GST_PAD_PROBE_OK;
+}
+
+GstPadProbeReturn ReceiveBranch::onAudioDecoderOutput(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    Data::Entry self{data};
+    GstBuffer* buffer = gst::probeBuffer(info);
+    if (!self || !buffer)
+        return GST_PAD_PROBE_OK;
+    const auto now = Clock::now();
+    if (buffer->pts != GST_CLOCK_TIME_NONE)
+        self->m_meter.decoderOutput(buffer->pts, now);
+    self->m_meter.frameDecoded(now);
+    return GST_PAD_PROBE_OK;
+}
+
+void ReceiveBranch::videoDecoded(GstBuffer* buffer)
+{
+    const auto now = Clock::now();
+    if (buffer->pts != GST_CLOCK_TIME_NONE)
+        m_meter.decoderOutput(buffer->pts, now);
+    m_meter.frameDecoded(now);
+    if (!m_firstFrameSeen.exchange(true) && m_listening.load())
+        m_listener->branchDidDecodeFirstFrame();
+
+    // h264parse attaches each user-data-unregistered SEI to its access unit,
+    // and the decoder carries the metadata over to the decoded frame.
+    gpointer state = nullptr;
+    while (GstMeta* meta = gst_buffer_iterate_meta_filtered(buffer, &state, GST_VIDEO_SEI_USER_DATA_UNREGISTERED_META_API_TYPE)) {
+        if (!m_listening.load())
+            return;
+        const auto* sei = reinterpret_cast<const GstVideoSEIUserDataUnregisteredMeta*>(meta);
+        m_listener->branchDidReceiveSei(sei->data, sei->size);
+    }
+}
+
+void ReceiveBranch::videoCaps(GstCaps* caps)
+{
+    GstVideoInfo info;
+    if (!gst_video_info_from_caps(&info, caps))
+        return;
+    const int width = info.width;
+    const int height = info.height;
+    const int oldWidth = m_width.exchange(width);
+    const int oldHeight = m_height.exchange(height);
+    if ((width != oldWidth || height != oldHeight) && m_listening.load())
+        m_listener->branchDidChangeVideoSize(width, height);
+}
+
+GstFlowReturn ReceiveBranch::onNewSample(GstAppSink* sink, gpointer data)
+{
+    GstSample* sample = gst_app_sink_pull_sample(sink);
+    if (!sample)
+        return GST_FLOW_OK;
+    Data::Entry self{data};
+    if (self)
+        self->deliverSample(sample);
+    gst_sample_unref(sample);
+    return GST_FLOW_OK;
+}
+
+void ReceiveBranch::deliverSample(GstSample* sample)
+{
+    GstBuffer* buffer = gst_sample_get_buffer(sample);
+    GstCaps* caps = gst_sample_get_caps(sample);
+    GstVideoInfo info;
+    if (!buffer || !caps || !gst_video_info_from_caps(&info, caps))
+        return;
+    GstVideoFrame mapped;
+    if (!gst_video_frame_map(&mapped, &info, buffer, GST_MAP_READ))
+        return;
+    auto frame = std::make_shared<VideoFrame>();
+    frame->width = info.width;
+    frame->height = info.height;
+    frame->timestampUs = buffer->pts == GST_CLOCK_TIME_NONE ? 0 : static_cast<std::int64_t>(buffer->pts / 1000);
+    const std::size_t rowBytes = static_cast<std::size_t>(frame->width) * 4;
+    frame->rgba.resize(rowBytes * static_cast<std::size_t>(frame->height));
+    const auto* source = static_cast<const std::uint8_t*>(mapped.data[0]);
+    const auto stride = static_cast<std::size_t>(mapped.info.stride[0]);
+    for (int row = 0; row < frame->height; ++row)
+        std::memcpy(frame->rgba.data() + rowBytes * static_cast<std::size_t>(row), source + stride * static_cast<std::size_t>(row), rowBytes);
+    gst_video_frame_unmap(&mapped);
+    if (m_listening.load())
+        m_listener->branchDidDecodeFrame(std::move(frame));
+}
+
+} // namespace vrq::rtc

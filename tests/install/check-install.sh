@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs the kit from a build tree into a fresh prefix, checks that its
+# headers name no third-party or engine-internal header, and builds and runs
+# two tiny hosts against it: one with find_package, one with pkg-config.
+# Arguments: the build tree, a scratch folder, extra compiler/linker flags.
+set -euo pipefail
+build=$1 scratch=$2 flags=${3:-}
+here=$(cd "$(dirname "$0")" && pwd)
+rm -rf "$scratch" && mkdir -p "$scratch"
+prefix=$scratch/prefix
+cmake --install "$build" --prefix "$prefix" >/dev/null
+
+headers=$prefix/include/vrq
+[ -f "$headers/core/VRQGamePlayer.h" ] || { echo "no public headers under include/vrq"; exit 1; }
+if found=$(find "$headers" -name '*_p.h' | grep .); then
+  echo "private headers were installed:"; echo "$found"; exit 1
+fi
+if found=$(grep -rnE '#include *<(gst/|glib|gio/|curl/|spdlog/|openssl/|spng)' "$headers"); then
+  echo "installed headers include third-party headers:"; echo "$found"; exit 1
+fi
+if found=$(grep -rnE '#include *"' "$headers" | grep -v '#include "vrq/'); then
+  echo "installed headers include outside the vrq/ prefix:"; echo "$found"; exit 1
+fi
+# Every header a public header includes must itself be installed.
+grep -rhoE '#include "vrq/[^"]+"' "$headers" | sort -u | sed -E 's/#include "vrq\/(.*)"/\1/' | while read -r h; do
+  [ -f "$headers/$h" ] || { echo "an installed header includes $h, which is not installed"; exit 1; }
+done
+
+cp -r "$here/cmake-host" "$here/make-host" "$here/host.cpp" "$scratch/"
+CXXFLAGS="$flags" LDFLAGS="$flags" cmake -S "$scratch/cmake-host" -B "$scratch/cmake-host/build" -G Ninja \
+  -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
+cmake --build "$scratch/cmake-host/build" >/dev/null
+PKG_CONFIG_PATH="$prefix/lib/pkgconfig:$(find "$prefix" -name pkgconfig -type d | head -1)" \
+  make -s -C "$scratch/make-host" HOSTFLAGS="$flags" >/dev/null
+
+expected="1.1.7.20 900150983cd24fb0d6963f7d28e17f72"
+for host in "$scratch/cmake-host/build/cmake-host" "$scratch/make-host/make-host"; do
+  out=$("$host")
+  [ "$out" = "$expected" ] || { echo "$(basename "$host") printed '$out', not '$expected'"; exit 1; }
+done
+echo "both hosts built against the installed kit and ran"
