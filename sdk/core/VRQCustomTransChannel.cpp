@@ -139,9 +139,12 @@ void VRQCustomTransChannel::onBindReply(const std::optional<VRQError>& error, co
     }
     const std::string label = vrq_stringForKey(data, "label", std::string()).value_or("");
     if (label != m_channelLabel) {
-        // A reply for another channel is the server's mistake: logged and
-        // ignored rather than asserted, so that no server can stop the host.
+        // A reply that does not name this channel (or names none) cannot bind
+        // it: the binding failed. Reported, not asserted, so that no server
+        // can stop the host, and so that the host is not left waiting.
         VRQ_LOG(3, "ack label:%s channel:%s", label.c_str(), m_channelLabel.c_str());
+        const VRQError failure{VRQGamePlayer::kErrorDomain, kLabelMismatch, "ack label:" + label + " channel:" + m_channelLabel};
+        vrqCallHost("onConnFailed", [&] { target->onConnFailed(failure, m_remoteUdpPort); });
         return;
     }
     const std::int32_t code = vrq_intForKey(data, "code", -2);

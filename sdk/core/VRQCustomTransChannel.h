@@ -26,6 +26,8 @@ class VRQCustomTransChannel : public VRQWebRTCDataHandler,
                               public std::enable_shared_from_this<VRQCustomTransChannel> {
 public:
     static constexpr std::size_t kTransCustomDataMaxLength = 1200;
+    // Failure code of a binding reply that names another channel, or none.
+    static constexpr int kLabelMismatch = -3;
 
     static std::shared_ptr<VRQCustomTransChannel> create(const std::shared_ptr<VRQGamePlayer>& player,
                                                          const std::string& label, std::int32_t port,

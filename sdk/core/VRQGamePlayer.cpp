@@ -17,6 +17,7 @@
 #include "vrq/utils/VRQHttpHelper.h"
 #include "vrq/utils/VRQJsonHelpers.h"
 #include "vrq/utils/VRQReachability.h"
+#include "vrq/utils/VRQRemoteSession.h"
 #include "vrq/utils/VRQSDKVersion.h"
 
 #include <cxxabi.h>
@@ -46,9 +47,16 @@ const std::set<std::string, std::less<>>& gAckMessageType()
     return types;
 }
 
+// A delay in seconds as the timers take it. Infinite or enormous delays mean
+// "never" (the timers hold them at the end of time); NaN and negatives "now".
 std::chrono::milliseconds secondsToMs(double seconds)
 {
-    return std::chrono::milliseconds(static_cast<std::int64_t>(std::llround(seconds * 1000.0)));
+    if (!(seconds > 0))
+        return std::chrono::milliseconds(0);
+    const double ms = seconds * 1000.0;
+    if (ms >= static_cast<double>(std::chrono::milliseconds::max().count()))
+        return std::chrono::milliseconds::max();
+    return std::chrono::milliseconds(std::llround(ms));
 }
 
 VRQError sdkError(int code)
@@ -67,11 +75,12 @@ std::string className(const VRQGameMessageHandler& handler)
 
 } // namespace
 
-std::shared_ptr<VRQGamePlayer> VRQGamePlayer::create(const json& params, std::weak_ptr<VRQGamePlayerDelegate> delegate)
+std::shared_ptr<VRQGamePlayer> VRQGamePlayer::create(const json& params, std::weak_ptr<VRQGamePlayerDelegate> delegate,
+                                                     RtcClientFactory makeClient)
 {
     initialize();
     std::shared_ptr<VRQGamePlayer> player(new VRQGamePlayer(std::move(delegate)));
-    player->setUp(params);
+    player->setUp(params, makeClient);
     return player;
 }
 
@@ -102,7 +111,7 @@ VRQGamePlayer::VRQGamePlayer(std::weak_ptr<VRQGamePlayerDelegate> delegate)
 {
 }
 
-void VRQGamePlayer::setUp(const json& params)
+void VRQGamePlayer::setUp(const json& params, const RtcClientFactory& makeClient)
 {
     m_gameController = std::make_shared<VRQGameController>();
     m_gameController->setWeakPlayer(weak_from_this());
@@ -112,10 +121,18 @@ void VRQGamePlayer::setUp(const json& params)
             if (auto self = weak.lock())
                 self->onNetworkStatusChanged();
         });
-    auto client = VRQWebrtClient::create(params, this);
+    auto client = makeClient ? makeClient(params, this) : VRQWebrtClient::create(params, this);
     setRtcClient(client);
-    for (const char* label : {"hb", "cd", "km", "sv", "ack"})
-        client->registDataChannelHandler(weak_from_this(), label);
+    registerFixedHandlers();
+}
+
+// The player handles the fixed labels of every connection. Closing the client
+// drops its handlers, so a session revived afterwards registers them again.
+void VRQGamePlayer::registerFixedHandlers()
+{
+    if (auto client = rtcClient())
+        for (const char* label : {"hb", "cd", "km", "sv", "ack"})
+            client->registDataChannelHandler(weak_from_this(), label);
 }
 
 VRQGamePlayer::~VRQGamePlayer()
@@ -196,24 +213,28 @@ bool VRQGamePlayer::startGameWithRemoteSession(const std::string& remoteSession,
         VRQ_LOG(3, "start parse sdp answer error %s", decoded ? decoded->c_str() : remoteSession.c_str());
         return false;
     }
-    const std::int32_t code = vrq_intForKey(*session, "code", -1);
-    if (code != 0) {
+    const auto remote = VRQRemoteSession::fromDictionary(*session);
+    if (remote.code != 0) {
         if (error)
-            *error = sdkError(code);
-        VRQ_LOG(3, "start sdp answer error %s", session->dump().c_str());
+            *error = sdkError(remote.code);
+        VRQ_LOG(3, "start sdp answer error %s", vrq_jsonText(*session).c_str());
         return false;
     }
-    const auto metricKey = vrq_stringForKey(*session, "metric_key", std::string());
-    if (metricKey && !metricKey->empty())
-        VRQHttpHelper::setMetricSigKey(*metricKey);
-    return playGameWithRemoteSdp(*session);
+    if (!remote.metricKey.empty())
+        VRQHttpHelper::setMetricSigKey(remote.metricKey);
+    return play(remote);
 }
 
 bool VRQGamePlayer::playGameWithRemoteSdp(const json& remoteSession)
 {
-    VRQ_LOG(1, "playGameWithRemoteSdp:%s", remoteSession.dump().c_str());
+    return play(VRQRemoteSession::fromDictionary(remoteSession));
+}
+
+bool VRQGamePlayer::play(const VRQRemoteSession& remoteSession)
+{
+    VRQ_LOG(1, "playGameWithRemoteSdp:%s", vrq_jsonText(remoteSession.dictionary).c_str());
     VRQSDKMonitor::sharedInstance().resetWithSession(remoteSession);
-    const std::string sdp = vrq_stringForKey(remoteSession, "sdp", std::string()).value_or("");
+    const std::string& sdp = remoteSession.sdp;
     if (sdp.empty()) {
         VRQ_LOG_UPLOAD(3, "playGameWithRemoteSdp remoteSdp.length == 0");
         return false;
@@ -226,9 +247,8 @@ bool VRQGamePlayer::playGameWithRemoteSdp(const json& remoteSession)
     m_oldNetworkStatus = VRQReachability::sharedInstance().currentReachabilityStatus();
     if (auto client = rtcClient())
         client->setRemoteSdp(sdp);
-    const json screenConfig = vrq_dictionaryForKey(remoteSession, "screen_config", json::object());
-    if (!screenConfig.empty())
-        handleOrientationMessage(screenConfig);
+    if (!remoteSession.screenConfig.empty())
+        handleOrientationMessage(remoteSession.screenConfig);
     scheduleConnectTimeout();
     return true;
 }
@@ -236,14 +256,46 @@ bool VRQGamePlayer::playGameWithRemoteSdp(const json& remoteSession)
 void VRQGamePlayer::stopGame()
 {
     VRQ_LOG_UPLOAD(1, "stopGame");
-    stopCheckFPS();
-    if (auto client = rtcClient())
-        client->close();
-    cancelConnectTimeout();
+    // Only a session under way is reported as stopped by the app.
     const auto status = gameStatus();
-    if (status != VRQGameStatusNone && status != VRQGameStatusStopped)
-        VRQSDKMonitor::sharedInstance().onStopGame(19000);
+    const bool running = status != VRQGameStatusNone && status != VRQGameStatusStopped;
+    endSession({.failure = std::nullopt,
+                .message = std::nullopt,
+                .report = running ? SessionEnd::Report::StopGame : SessionEnd::Report::None,
+                .reportCode = 19000,
+                .closeConnection = true});
+}
+
+// The one way a session ends, whatever ended it: every timer the session
+// armed stops (the connect timeout, the FPS check) and a reconnect that waits
+// for its answer is abandoned, before the status becomes 5 and the host and
+// the monitor hear of it.
+void VRQGamePlayer::endSession(const SessionEnd& end)
+{
+    stopCheckFPS();
+    cancelConnectTimeout();
+    m_awaitingReconnectAnswer = false;
+    if (end.closeConnection)
+        if (auto client = rtcClient())
+            client->close();
     setGameStatus(VRQGameStatusStopped);
+    if (end.failure)
+        if (auto target = delegate())
+            vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(*end.failure, end.message); });
+    auto& monitor = VRQSDKMonitor::sharedInstance();
+    switch (end.report) {
+    case SessionEnd::Report::None:
+        break;
+    case SessionEnd::Report::StopGame:
+        monitor.onStopGame(end.reportCode);
+        break;
+    case SessionEnd::Report::Disconnect:
+        monitor.onDisconnectWithError(end.reportCode);
+        break;
+    case SessionEnd::Report::RemoteSdpError:
+        monitor.onSetRemoteSdpError(end.reportCode);
+        break;
+    }
 }
 
 void VRQGamePlayer::setConnectTimeout(double seconds)
@@ -257,13 +309,13 @@ json VRQGamePlayer::currentStatisReport() const
     return VRQSDKMonitor::sharedInstance().currentReport();
 }
 
-// The pending timeout holds the player: a session that is connecting stays
-// alive until it connects, times out or is stopped.
 void VRQGamePlayer::scheduleConnectTimeout()
 {
     cancelConnectTimeout();
-    m_connectTimeoutTimer = vrq::Timer::onMain(secondsToMs(m_connectTimeout.load()), false,
-                                               [self = shared_from_this()] { self->onConnectTimeout(); });
+    m_connectTimeoutTimer = vrq::Timer::onMain(secondsToMs(m_connectTimeout.load()), false, [weak = weak_from_this()] {
+        if (auto self = weak.lock())
+            self->onConnectTimeout();
+    });
 }
 
 void VRQGamePlayer::cancelConnectTimeout()
@@ -276,14 +328,11 @@ void VRQGamePlayer::cancelConnectTimeout()
 
 void VRQGamePlayer::onConnectTimeout()
 {
-    m_connectTimeoutTimer.reset();
-    stopCheckFPS();
-    if (auto client = rtcClient())
-        client->close();
-    setGameStatus(VRQGameStatusStopped);
-    VRQSDKMonitor::sharedInstance().onStopGame(10009);
-    if (auto target = delegate())
-        vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(10009, std::nullopt); });
+    endSession({.failure = 10009,
+                .message = std::nullopt,
+                .report = SessionEnd::Report::StopGame,
+                .reportCode = 10009,
+                .closeConnection = true});
     const auto view = videoView();
     VRQ_LOG(2, "onConnectTimeout videoFrame:%s", vrq::stringFromRect(view ? view->frame() : vrq::Rect{}).c_str());
 }
@@ -292,7 +341,10 @@ void VRQGamePlayer::startCheckFPS()
 {
     stopCheckFPS();
     m_noVideoFrameDuration = 0;
-    m_checkFpsTimer = vrq::Timer::onMain(std::chrono::seconds(1), true, [self = shared_from_this()] { self->doCheckFPS(); });
+    m_checkFpsTimer = vrq::Timer::onMain(std::chrono::seconds(1), true, [weak = weak_from_this()] {
+        if (auto self = weak.lock())
+            self->doCheckFPS();
+    });
 }
 
 void VRQGamePlayer::stopCheckFPS()
@@ -320,27 +372,28 @@ void VRQGamePlayer::doCheckFPS()
     }
 }
 
-// Ends the session for good, as a failure the host hears of.
+// The connection is lost for good: the host and the monitor hear of it.
 void VRQGamePlayer::failSession(int code)
 {
-    // One terminal event: the connect timeout of this attempt must not follow it.
-    cancelConnectTimeout();
-    setGameStatus(VRQGameStatusStopped);
-    if (auto target = delegate())
-        vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(code, std::nullopt); });
-    VRQSDKMonitor::sharedInstance().onDisconnectWithError(code);
+    endSession({.failure = code,
+                .message = std::nullopt,
+                .report = SessionEnd::Report::Disconnect,
+                .reportCode = code,
+                .closeConnection = false});
 }
 
 // MARK: - RTC client events
 
+// The description callbacks arrive on the engine's thread: each hops to the
+// main thread once, where the session's state lives.
 void VRQGamePlayer::onSetLocalDescriptionSuccess()
 {
     VRQ_LOG(1, "onSetLocalDescriptionSuccess");
     auto client = rtcClient();
     const json clientSession = client ? client->getClientSession() : json::object();
-    VRQGameStatus expected = VRQGameStatusNone;
-    m_gameStatus.compare_exchange_strong(expected, VRQGameStatusInited);
     postToMain([clientSession](VRQGamePlayer& self) {
+        if (self.gameStatus() == VRQGameStatusNone)
+            self.setGameStatus(VRQGameStatusInited);
         const auto status = self.gameStatus();
         if (status == VRQGameStatusInited) {
             const std::string text = vrq_stringWithJsonDic(clientSession).value_or("");
@@ -358,21 +411,21 @@ void VRQGamePlayer::onSetLocalDescriptionFailure(const VRQError& error)
     postToMain([error](VRQGamePlayer& self) {
         if (auto target = self.delegate())
             vrqCallHost("onInitFailure", [&] { target->onInitFailure(10001, error); });
+        self.setGameStatus(VRQGameStatusNone);
+        VRQSDKMonitor::sharedInstance().onSetLocalSdpError(error.code);
     });
-    setGameStatus(VRQGameStatusNone);
-    VRQSDKMonitor::sharedInstance().onSetLocalSdpError(error.code);
 }
 
 void VRQGamePlayer::onSetRemoteDescriptionFailed(const VRQError& error)
 {
     VRQ_LOG(3, "onSetRemoteDescriptionFailed:%s", error.toString().c_str());
-    setGameStatus(VRQGameStatusStopped);
     postToMain([error](VRQGamePlayer& self) {
-        self.cancelConnectTimeout();
-        if (auto target = self.delegate())
-            vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(10000, error); });
+        self.endSession({.failure = 10000,
+                         .message = error,
+                         .report = SessionEnd::Report::RemoteSdpError,
+                         .reportCode = error.code,
+                         .closeConnection = false});
     });
-    VRQSDKMonitor::sharedInstance().onSetRemoteSdpError(error.code);
 }
 
 void VRQGamePlayer::onPeerReady()
@@ -437,6 +490,8 @@ void VRQGamePlayer::doReConnect()
     VRQ_LOG(1, "do reConnect time:%d", m_tryConnectTime);
     setGameStatus(VRQGameStatusReconnecting);
     stopCheckFPS();
+    m_awaitingReconnectAnswer = false;
+    registerFixedHandlers();
     if (auto client = rtcClient())
         client->reConnect();
     scheduleConnectTimeout();
@@ -453,6 +508,7 @@ void VRQGamePlayer::reconnectRemote()
 void VRQGamePlayer::requestNewRemoteSDP(const std::string& localSdp)
 {
     VRQ_LOG(1, "start requestNewRemoteSDP");
+    m_awaitingReconnectAnswer = true;
     const auto& report = VRQSDKMonitor::sharedInstance().currentSDKReport();
     VRQHttpHelper::requestNewRemoteSdpAtServerIp(
         report.serverIP(), report.token(), report.userID(), localSdp,
@@ -464,9 +520,11 @@ void VRQGamePlayer::requestNewRemoteSDP(const std::string& localSdp)
 
 void VRQGamePlayer::onReconnectAnswer(const std::string& body)
 {
-    const json answer = vrq_dictionaryWithJsonObject(body).value_or(json::object());
-    const std::string sdp = vrq_stringForKey(answer, "sdp", std::string()).value_or("");
-    if (sdp.empty()) {
+    // An answer for a session that has ended since (or moved on) is dropped.
+    if (!std::exchange(m_awaitingReconnectAnswer, false) || gameStatus() != VRQGameStatusReconnecting)
+        return;
+    const auto answer = VRQRemoteSession::fromDictionary(vrq_dictionaryWithJsonObject(body).value_or(json::object()));
+    if (answer.sdp.empty()) {
         // With the network down, wait: its return retries, or the connect timeout ends the session.
         if (VRQReachability::sharedInstance().currentReachabilityStatus() == VRQNotReachable)
             return;
@@ -474,7 +532,7 @@ void VRQGamePlayer::onReconnectAnswer(const std::string& body)
         failSession(10002);
         return;
     }
-    if (!playGameWithRemoteSdp(answer))
+    if (!play(answer))
         failSession(10002);
 }
 
@@ -495,15 +553,18 @@ void VRQGamePlayer::startGameWithExperienceCode(const std::string& code, VRQErro
 {
     const json params = {{"experience_code", code}};
     VRQHttpHelper::createExperienceSession(
-        params, [self = shared_from_this(), params, error](std::optional<VRQError> failure, std::string body) {
+        params, [weak = weak_from_this(), params, error](std::optional<VRQError> failure, std::string body) {
+            auto self = weak.lock();
+            if (!self)
+                return;
             if (failure || body.empty()) {
                 VRQ_LOG(3, "createExperienceSession failed, error:%s params:%s",
-                        failure ? failure->toString().c_str() : "(null)", params.dump().c_str());
+                        failure ? failure->toString().c_str() : "(null)", vrq_jsonText(params).c_str());
                 return;
             }
             const json result = vrq_dictionaryWithJsonObject(body).value_or(json::object());
             if (vrq_intForKey(result, "Code", -1) != 0) {
-                VRQ_LOG(3, "createExperienceSession failed, result:%s", result.dump().c_str());
+                VRQ_LOG(3, "createExperienceSession failed, result:%s", vrq_jsonText(result).c_str());
                 return;
             }
             const std::string session = vrq_stringForKey(result, "ServerSession", std::string()).value_or("");

@@ -25,6 +25,7 @@ class VRQGameMessageHandler;
 class VRQGameVideoView;
 class VRQLogDelegate;
 class VRQWebrtClient;
+struct VRQRemoteSession;
 
 namespace vrq {
 class Timer;
@@ -45,8 +46,10 @@ enum VRQGameStatus : std::uint64_t {
 // messages, sends input, reconnects after losses and runs the game operations.
 //
 // Created and owned through std::shared_ptr. Public operations are called on
-// the main thread unless their comment says otherwise. While a session runs
-// its timers keep the player alive: call stopGame() before letting it go.
+// the main thread unless their comment says otherwise. The session's state
+// lives on the main thread: events of the engine and the background queues
+// hop there. Nothing but the host keeps the player alive: dropping the last
+// reference ends the session as stopGame() does.
 class VRQGamePlayer : public std::enable_shared_from_this<VRQGamePlayer>,
                       public VRQWebRTCDataHandler,
                       private VRQSdkRtcDelegate {
@@ -57,9 +60,14 @@ public:
 
     static constexpr const char* kErrorDomain = "VRQSDK";
 
+    // Makes the player's RTC client; the default makes a VRQWebrtClient.
+    using RtcClientFactory =
+        std::function<std::shared_ptr<VRQWebrtClient>(const nlohmann::json& params, VRQSdkRtcDelegate* delegate)>;
+
     // params go to the RTC client unchanged. The delegate is held weakly.
     static std::shared_ptr<VRQGamePlayer> create(const nlohmann::json& params,
-                                                 std::weak_ptr<VRQGamePlayerDelegate> delegate);
+                                                 std::weak_ptr<VRQGamePlayerDelegate> delegate,
+                                                 RtcClientFactory makeClient = nullptr);
     static void setLogger(VRQLogDelegate* logger, int minLevel);
     ~VRQGamePlayer() override;
     VRQGamePlayer(const VRQGamePlayer&) = delete;
@@ -128,11 +136,24 @@ public:
     void onReceiveMsg(const vrq::rtc::DataBuffer& buffer, const std::string& label) override;
 
 private:
+    // How a session ended, for endSession: what the host and the monitor hear.
+    struct SessionEnd {
+        enum class Report { None, StopGame, Disconnect, RemoteSdpError };
+        std::optional<int> failure;       // the code of the host's onConnectionFailure, if it hears
+        std::optional<VRQError> message;  // sent with that failure
+        Report report = Report::None;     // which of the monitor's operations is told
+        int reportCode = 0;               // and with which code
+        bool closeConnection = false;
+    };
+
     VRQGamePlayer(std::weak_ptr<VRQGamePlayerDelegate> delegate);
     static void initialize();
-    void setUp(const nlohmann::json& params);
+    void setUp(const nlohmann::json& params, const RtcClientFactory& makeClient);
+    void registerFixedHandlers();
 
     // Lifecycle (main thread).
+    bool play(const VRQRemoteSession& remoteSession);
+    void endSession(const SessionEnd& end);
     void scheduleConnectTimeout();
     void cancelConnectTimeout();
     void onConnectTimeout();
@@ -180,6 +201,7 @@ private:
     std::int32_t m_noVideoFrameDuration = 0;
     std::int32_t m_tryConnectTime = 3;
     bool m_isPaused = false;
+    bool m_awaitingReconnectAnswer = false; // a reconnect's offer is out and its answer not in
     std::uint64_t m_networkObserver = 0;
 
     std::atomic<double> m_connectTimeout = 10.0;

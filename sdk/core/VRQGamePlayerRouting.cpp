@@ -21,20 +21,25 @@ namespace {
 // Labels of custom channels: custom_trans_1, custom_trans_2, ... for the process.
 std::atomic<std::int32_t> gCustomDataInc{1};
 
-// A disconnect code may come as a number or, unlike other members, as a
-// numeric string.
-std::int64_t disconnectCode(const json& message)
+// A disconnect code is a number or, unlike other members, a string that
+// starts with a number (leading blanks and a sign allowed; the digits are
+// read as far as they go). Anything else is no code.
+std::optional<std::int64_t> disconnectCode(const json& value)
 {
-    const json& value = message.at("code");
+    if (value.is_number_integer() || value.is_number_float())
+        return vrq_longForKey(json{{"code", value}}, "code", 0);
     if (!value.is_string())
-        return vrq_longForKey(message, "code", 0);
+        return std::nullopt;
     const auto& text = value.get_ref<const std::string&>();
     const char* begin = text.data();
     const char* end = text.data() + text.size();
-    while (begin < end && *begin == ' ')
+    while (begin < end && (*begin == ' ' || *begin == '\t'))
+        ++begin;
+    if (begin < end && *begin == '+')
         ++begin;
     std::int64_t code = 0;
-    std::from_chars(begin, end, code);
+    if (std::from_chars(begin, end, code).ec != std::errc())
+        return std::nullopt;
     return code;
 }
 
@@ -74,18 +79,24 @@ void VRQGamePlayer::onReceiveMsg(const vrq::rtc::DataBuffer& buffer, const std::
 void VRQGamePlayer::onHbMessage(const json& message)
 {
     if (const auto found = message.find("code"); found != message.end() && !found->is_null()) {
-        const std::int64_t code = disconnectCode(message);
-        VRQ_LOG(3, "disconnect code:%d", static_cast<int>(code));
-        const auto failure = failureForDisconnectCode(code);
+        const auto code = disconnectCode(*found);
+        if (!code) {
+            VRQ_LOG(2, "disconnect code is not a number:%s", vrq_jsonText(*found).c_str());
+            return;
+        }
+        VRQ_LOG(3, "disconnect code:%d", static_cast<int>(*code));
+        const auto failure = failureForDisconnectCode(*code);
         if (!failure)
             return;
-        // The connection stays up: the host is expected to call stopGame.
-        setGameStatus(VRQGameStatusStopped);
+        // The server ended the session. The connection stays up (the host is
+        // expected to call stopGame), but the session's timers stop with it.
         postToMain([failure = *failure](VRQGamePlayer& self) {
-            if (auto target = self.delegate())
-                vrqCallHost("onConnectionFailure", [&] { target->onConnectionFailure(failure, std::nullopt); });
+            self.endSession({.failure = failure,
+                             .message = std::nullopt,
+                             .report = SessionEnd::Report::StopGame,
+                             .reportCode = failure,
+                             .closeConnection = false});
         });
-        VRQSDKMonitor::sharedInstance().onStopGame(*failure);
         return;
     }
     if (message.contains("token")) {

@@ -15,9 +15,9 @@ std::string_view vrqLogFileName(std::string_view path)
     return vrq::logging::fileName(path);
 }
 
-void vrqLogReset(const nlohmann::json& sessionInfo)
+void vrqLogReset(const VRQRemoteSession& session)
 {
-    VRQLogManager::sharedManager().updateSessionInfo(sessionInfo);
+    VRQLogManager::sharedManager().updateSessionInfo(session);
 }
 
 void vrqUploadLog(const std::string& line)

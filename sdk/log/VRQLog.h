@@ -5,10 +5,12 @@
 #include <string>
 #include <string_view>
 
+struct VRQRemoteSession;
+
 // The kit's four log entry points. Callable from any thread.
 void vrqLogEx(int level, const std::string& line);
 std::string_view vrqLogFileName(std::string_view path);
-void vrqLogReset(const nlohmann::json& sessionInfo);
+void vrqLogReset(const VRQRemoteSession& session);
 void vrqUploadLog(const std::string& line);
 void vrqFlushLog();
 

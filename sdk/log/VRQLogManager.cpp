@@ -8,18 +8,15 @@
 #include "vrq/utils/VRQHttpHelper.h"
 #include "vrq/utils/VRQJsonHelpers.h"
 #include "vrq/utils/VRQMetricBatch.h"
+#include "vrq/utils/VRQRemoteSession.h"
 
 namespace {
 
 constexpr std::size_t kUploadBatchSize = 3;
 
-nlohmann::json sessionInfoFrom(const nlohmann::json& info)
+nlohmann::json sessionInfoFrom(const VRQRemoteSession& session)
 {
-    return {
-        {"request_id", vrq_stringForKey(info, "request_id", std::string()).value_or("")},
-        {"server_ip", vrq_stringForKey(info, "server_ip", std::string()).value_or("")},
-        {"user_id", vrq_stringForKey(info, "user_id", std::string()).value_or("")},
-    };
+    return {{"request_id", session.requestId}, {"server_ip", session.serverIp}, {"user_id", session.userId}};
 }
 
 } // namespace
@@ -32,7 +29,7 @@ VRQLogManager& VRQLogManager::sharedManager()
 }
 
 VRQLogManager::VRQLogManager()
-    : m_sessionInfo(sessionInfoFrom(nlohmann::json::object()))
+    : m_sessionInfo(sessionInfoFrom(VRQRemoteSession{}))
     , m_uploads(std::make_unique<VRQMetricBatch>("vrqsdk.metric.upload", "cg_client_log", kUploadBatchSize,
                                                  &VRQHttpHelper::postMetricLogs))
 {
@@ -130,7 +127,7 @@ void VRQLogManager::setClientInfo(const std::string& info)
     m_clientInfo = info;
 }
 
-void VRQLogManager::updateSessionInfo(const nlohmann::json& info)
+void VRQLogManager::updateSessionInfo(const VRQRemoteSession& info)
 {
     // Applied on the upload queue, so records queued earlier keep the session they were made in.
     m_uploads->async([this, session = sessionInfoFrom(info)] { m_sessionInfo = session; });

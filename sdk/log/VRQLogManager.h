@@ -12,6 +12,7 @@
 class VRQLogDelegate;
 class VRQLogger;
 class VRQMetricBatch;
+struct VRQRemoteSession;
 
 namespace vrq::logging {
 class FileLogger;
@@ -37,7 +38,8 @@ public:
     bool hasInit() const;
     std::optional<nlohmann::json> fieldTrials() const;
 
-    void updateSessionInfo(const nlohmann::json& info);
+    // Who and where the uploaded lines come from, from now on.
+    void updateSessionInfo(const VRQRemoteSession& session);
     void uploadLog(const std::string& line);
     void postMetricLog();
 

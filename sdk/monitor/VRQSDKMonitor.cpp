@@ -10,6 +10,7 @@
 #include "vrq/utils/VRQJsonHelpers.h"
 #include "vrq/utils/VRQMetricBatch.h"
 #include "vrq/utils/VRQReachability.h"
+#include "vrq/utils/VRQRemoteSession.h"
 #include "vrq/utils/VRQSDKVersion.h"
 
 #include <glib.h>
@@ -22,11 +23,6 @@ namespace {
 
 constexpr int kPlatform = 2;
 constexpr std::int64_t kInvaildTs = -99999;
-
-std::string stringMember(const nlohmann::json& dic, const char* key)
-{
-    return vrq_stringForKey(dic, key, std::string()).value_or("");
-}
 
 std::string formatFixed2(double value)
 {
@@ -85,15 +81,15 @@ nlohmann::json VRQSDKMonitor::deviceBaseInfo()
     };
 }
 
-void VRQSDKMonitor::resetWithSession(const nlohmann::json& session)
+void VRQSDKMonitor::resetWithSession(const VRQRemoteSession& session)
 {
     vrqLogReset(session);
-    const std::string serverIp = stringMember(session, "server_ip");
-    const std::string region = stringMember(session, "region");
-    const std::string requestId = stringMember(session, "request_id");
-    const std::string userId = stringMember(session, "user_id");
-    const std::string gameId = stringMember(session, "game_id");
-    const nlohmann::json appId = vrq_numberForKey(session, "app_id", 0);
+    const std::string& serverIp = session.serverIp;
+    const std::string& region = session.region;
+    const std::string& requestId = session.requestId;
+    const std::string& userId = session.userId;
+    const std::string& gameId = session.gameId;
+    const nlohmann::json& appId = session.appId;
     m_reportObj->setServerIP(serverIp);
     m_reportObj->setRegion(region);
     m_reportObj->setRequestID(requestId);

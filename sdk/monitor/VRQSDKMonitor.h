@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+struct VRQRemoteSession;
+
 class VRQMetricBatch;
 class VRQSDKReport;
 
@@ -29,9 +31,8 @@ public:
     // The persistent device id, kept in user defaults under "VRQSDK_DEVICE_ID".
     static std::string vrqDeviceID();
 
-    // Start of a session (main thread): session dictionary with "server_ip",
-    // "region", "request_id", "user_id", "game_id" and "app_id".
-    void resetWithSession(const nlohmann::json& session);
+    // Start of a session (main thread).
+    void resetWithSession(const VRQRemoteSession& session);
 
     void onConnectSuccess();
     void onFirstFrameDraw();

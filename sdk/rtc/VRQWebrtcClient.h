@@ -40,20 +40,20 @@ public:
     static std::shared_ptr<VRQWebrtClient> create(const nlohmann::json& params, VRQSdkRtcDelegate* delegate);
     ~VRQWebrtClient() override;
 
-    nlohmann::json getClientSession() const;
-    void setRemoteSdp(const std::string& sdp);
-    void reConnect();
-    void close();
+    virtual nlohmann::json getClientSession() const;
+    virtual void setRemoteSdp(const std::string& sdp);
+    virtual void reConnect();
+    virtual void close();
 
-    bool createDataChannelWithLabel(const std::string& label);
+    virtual bool createDataChannelWithLabel(const std::string& label);
     void closeDataChannelWithLabel(const std::string& label);
-    std::int32_t getDataChannelState(const std::string& label) const;
+    virtual std::int32_t getDataChannelState(const std::string& label) const;
     // Handlers are held weakly: one that is gone is skipped.
     void registDataChannelHandler(std::weak_ptr<VRQWebRTCDataHandler> handler, const std::string& label);
     void unRegistDataChannelHandler(const std::weak_ptr<VRQWebRTCDataHandler>& handler, const std::string& label);
 
     bool sendRawData(const std::string& data, const std::string& label);
-    bool sendRawData(const std::string& data, const std::string& label, bool isBinary);
+    virtual bool sendRawData(const std::string& data, const std::string& label, bool isBinary);
     void setVolume(float volume);
 
     bool isPlanB() const;
@@ -73,8 +73,13 @@ public:
     static bool isPlanBSdp(const std::string& sdp);
     static void h264InfoFromSdp(const std::string& sdp, std::string& profile, int& payloadType);
 
-private:
+protected:
+    // For a client that stands in for this one (a test's): no view and no
+    // connection are made. The operations that reach the connection are virtual.
     explicit VRQWebrtClient(VRQSdkRtcDelegate* delegate);
+    std::shared_ptr<VRQWebRTCDataHandler> handlerFor(const std::string& label) const;
+
+private:
     void createPcFactory();
     void createRenderView();
     void createPeerconnection();
@@ -85,7 +90,6 @@ private:
     void onTimeSendHeartbeat();
     void startHeartbeat();
     void stopHeartbeat();
-    std::shared_ptr<VRQWebRTCDataHandler> handlerFor(const std::string& label) const;
     std::shared_ptr<vrq::rtc::PeerConnection> connection() const;
 
     // Engine callbacks (engine threads).

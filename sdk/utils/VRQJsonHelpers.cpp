@@ -17,6 +17,15 @@ std::string compactText(const json& value)
     return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
+} // namespace
+
+std::string vrq_jsonText(const json& value)
+{
+    return compactText(value);
+}
+
+namespace {
+
 const json* valueForKey(const json& dictionary, std::string_view key)
 {
     if (!dictionary.is_object() || dictionary.empty())

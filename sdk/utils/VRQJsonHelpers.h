@@ -26,6 +26,10 @@ inline std::optional<nlohmann::json> vrq_dictionaryWithJsonObject(const char* te
     return text ? vrq_dictionaryWithJsonObject(std::string_view(text)) : std::nullopt;
 }
 
+// Compact JSON text of any value, for log lines: bytes that are not UTF-8 are
+// replaced (U+FFFD), so that outside data can always be shown.
+std::string vrq_jsonText(const nlohmann::json& value);
+
 // Compact JSON text of a non-empty dictionary; nothing for an empty one (so
 // that an empty message is never sent) or for a value that is not an object.
 // Invalid UTF-8 inside strings is written as U+FFFD rather than failing.

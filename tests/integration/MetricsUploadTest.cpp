@@ -1,4 +1,5 @@
 // Metric and log bulks, signed and posted to a real HTTP server on loopback.
+#include "vrq/utils/VRQRemoteSession.h"
 #include "vrq/log/VRQLog.h"
 #include "vrq/log/VRQLogManager.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
@@ -58,7 +59,7 @@ protected:
 
 TEST_F(MetricsUploadTest, ThreeLogLinesPostOneSignedBatchOfThree)
 {
-    vrqLogReset({{"request_id", "req-1"}, {"server_ip", "127.0.0.9"}, {"user_id", "u1"}});
+    vrqLogReset(VRQRemoteSession::fromDictionary({{"request_id", "req-1"}, {"server_ip", "127.0.0.9"}, {"user_id", "u1"}}));
     vrqUploadLog("first");
     vrqUploadLog("second");
     vrqUploadLog("third");

@@ -13,6 +13,23 @@ namespace vrq {
 
 using Clock = std::chrono::steady_clock;
 
+namespace {
+
+// Manual time, for tests: while set, the scheduler reads manualNow instead of the clock.
+std::mutex gClockMutex;
+bool gManualClock = false;
+Clock::time_point gManualNow;
+
+// a + b, held at time_point::max() instead of overflowing: an interval of
+// centuries means "never", not "at once".
+Clock::time_point later(Clock::time_point a, Timer::Duration b)
+{
+    const auto room = std::chrono::duration_cast<Timer::Duration>(Clock::time_point::max() - a);
+    return b >= room ? Clock::time_point::max() : a + b;
+}
+
+} // namespace
+
 struct Timer::State {
     Target target = Target::Main;
     SerialQueue* queue = nullptr;
@@ -93,6 +110,13 @@ public:
 
     void wake() { m_wake.notify_one(); }
 
+    // Posts what is due now, on the calling thread (the manual clock moved).
+    void dispatchNow()
+    {
+        std::lock_guard lock(m_mutex);
+        dispatchDue(Timer::now());
+    }
+
 private:
     Scheduler()
     {
@@ -103,12 +127,12 @@ private:
     {
         std::unique_lock lock(m_mutex);
         for (;;) {
-            const auto now = Clock::now();
-            dispatchDue(now);
-            if (m_timers.empty())
+            dispatchDue(Timer::now());
+            const auto deadline = nextDeadline();
+            if (m_timers.empty() || deadline == Clock::time_point::max() || Timer::isClockManual())
                 m_wake.wait(lock);
             else
-                m_wake.wait_until(lock, nextDeadline());
+                m_wake.wait_until(lock, deadline);
         }
     }
 
@@ -132,7 +156,7 @@ private:
                     toPost.push_back(state);
                 }
                 if (state->repeats)
-                    state->due = std::max(state->due + state->interval, now + std::chrono::milliseconds(1));
+                    state->due = std::max(later(state->due, state->interval), later(now, std::chrono::milliseconds(1)));
                 else
                     state->due = Clock::time_point::max();
             }
@@ -149,7 +173,7 @@ private:
         for (auto& state : m_timers) {
             std::lock_guard stateLock(state->mutex);
             if (!state->cancelled && state->due != Clock::time_point::max())
-                deadline = std::min(deadline, state->due + state->leeway);
+                deadline = std::min(deadline, later(state->due, state->leeway));
         }
         return deadline;
     }
@@ -169,7 +193,7 @@ std::shared_ptr<Timer::State> makeState(Timer::Target target, SerialQueue* queue
     state->repeats = repeats && interval > Timer::Duration(0);
     state->leeway = std::max(leeway, Timer::Duration(0));
     state->handler = std::move(handler);
-    state->due = Clock::now() + state->interval;
+    state->due = later(Timer::now(), state->interval);
     return state;
 }
 
@@ -196,6 +220,40 @@ std::shared_ptr<Timer> Timer::onQueue(SerialQueue& queue, Duration interval, boo
     auto state = makeState(Target::Queue, &queue, interval, repeats, std::move(handler), leeway);
     Scheduler::shared().add(state);
     return std::shared_ptr<Timer>(new Timer(std::move(state)));
+}
+
+Clock::time_point Timer::now()
+{
+    std::lock_guard lock(gClockMutex);
+    return gManualClock ? gManualNow : Clock::now();
+}
+
+bool Timer::isClockManual()
+{
+    std::lock_guard lock(gClockMutex);
+    return gManualClock;
+}
+
+void Timer::setManualClock(bool manual)
+{
+    {
+        std::lock_guard lock(gClockMutex);
+        if (manual && !gManualClock)
+            gManualNow = Clock::now();
+        gManualClock = manual;
+    }
+    Scheduler::shared().wake();
+}
+
+void Timer::advanceClock(Duration by)
+{
+    {
+        std::lock_guard lock(gClockMutex);
+        if (!gManualClock)
+            return;
+        gManualNow = later(gManualNow, by);
+    }
+    Scheduler::shared().dispatchNow();
 }
 
 Timer::Timer(std::shared_ptr<State> state)

@@ -28,6 +28,15 @@ public:
     static std::shared_ptr<Timer> onQueue(SerialQueue& queue, Duration interval, bool repeats,
                                           std::function<void()> handler, Duration leeway = Duration(0));
 
+    // The clock every timer runs by: steady time, unless a test takes manual
+    // control. Then time stands still until advanceClock moves it, and the
+    // timers due by then fire (a repeating timer whose last tick has not run
+    // yet fires once, as on the steady clock).
+    static std::chrono::steady_clock::time_point now();
+    static bool isClockManual();
+    static void setManualClock(bool manual);
+    static void advanceClock(Duration by);
+
     ~Timer();
     Timer(const Timer&) = delete;
     Timer& operator=(const Timer&) = delete;

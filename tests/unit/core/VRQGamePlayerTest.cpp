@@ -1,6 +1,10 @@
-// The player without a server: what it makes of remote sessions and of
-// whatever arrives on its channels, and its acknowledged-message bookkeeping.
+// The player without a server or an engine (its RTC client is a stand-in, its
+// timers run on a manual clock): what it makes of remote sessions and of
+// whatever arrives on its channels, its acknowledged-message bookkeeping, and
+// how its sessions end.
 #include "vrq/control/VRQGameVideoView.h"
+#include "vrq/core/VRQCustomTransChannel.h"
+#include "vrq/core/VRQCustomTransChannelDelegate.h"
 #include "vrq/core/VRQGameController.h"
 #include "vrq/core/VRQGameMessageHandler.h"
 #include "vrq/core/VRQGamePlayer.h"
@@ -10,12 +14,17 @@
 #include "vrq/platform/services/Crypto.h"
 #include "vrq/platform/services/UserDefaults.h"
 #include "support/CapturingLogDelegate.h"
+#include "support/FakeRtcClient.h"
+#include "support/ManualClock.h"
 #include "support/RecordingPlayerDelegate.h"
 #include "support/TempHome.h"
 #include "vrq/utils/VRQHttpHelper.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <functional>
+#include <limits>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -40,17 +49,22 @@ class PlayerTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        m_player = VRQGamePlayer::create(json::object(), m_delegate);
+        m_player = VRQGamePlayer::create(json::object(), m_delegate, [this](const json&, VRQSdkRtcDelegate* delegate) {
+            m_client = vrqtest::FakeRtcClient::create(delegate);
+            return m_client;
+        });
         // After creation: the player's first creation sets logging up at level 2.
         VRQGamePlayer::setLogger(&m_logs, 0);
         m_player->setArchiveDelegate(m_archive);
-        m_player->videoView()->setFrame({{0, 0}, {1280, 720}});
-        ASSERT_TRUE(vrq::runMainLoopUntil([&] { return m_delegate->has("init"); }, 10s));
+        m_client->offerSet();
+        settle();
+        ASSERT_TRUE(m_delegate->has("init"));
     }
 
     void TearDown() override
     {
-        m_player->stopGame();
+        if (m_player)
+            m_player->stopGame();
         m_player.reset();
         VRQGamePlayer::setLogger(nullptr, 4);
     }
@@ -60,12 +74,30 @@ protected:
         static_cast<VRQWebRTCDataHandler&>(*m_player).onReceiveMsg({bytes, binary}, label);
     }
 
-    // Lets posted main-thread work run.
-    static void settle() { vrq::runMainLoopUntil([] { return false; }, 100ms); }
+    // Lets the main-thread work posted so far run.
+    static void settle() { vrqtest::ManualClock::drainMainThread(); }
+
+    // A new player with a new delegate, as the fixture makes them.
+    void restart()
+    {
+        TearDown();
+        m_delegate = std::make_shared<vrqtest::RecordingPlayerDelegate>();
+        SetUp();
+    }
+
+    // A started session, connecting (or, with a first frame, playing).
+    void start(bool firstFrame)
+    {
+        ASSERT_TRUE(m_player->startGameWithRemoteSession(session({{"code", 0}, {"sdp", "v=0 answer"}}), nullptr));
+        if (firstFrame)
+            m_client->firstFrame();
+    }
 
     static std::string session(const json& object) { return vrq::base64Encode(object.dump()); }
 
     vrqtest::TempHome m_home;
+    vrqtest::ManualClock m_clock;
+    std::shared_ptr<vrqtest::FakeRtcClient> m_client;
     vrqtest::CapturingLogDelegate m_logs;
     std::shared_ptr<vrqtest::RecordingPlayerDelegate> m_delegate = std::make_shared<vrqtest::RecordingPlayerDelegate>();
     std::shared_ptr<RecordingArchiveDelegate> m_archive = std::make_shared<RecordingArchiveDelegate>();
@@ -77,9 +109,7 @@ TEST_F(PlayerTest, InitHandsTheHostABase64ClientSession)
     EXPECT_EQ(m_player->gameStatus(), VRQGameStatusInited);
     const auto decoded = vrq::base64Decode(m_delegate->clientSession());
     ASSERT_TRUE(decoded);
-    const json clientSession = json::parse(*decoded);
-    EXPECT_EQ(clientSession["type"], "offer");
-    EXPECT_NE(clientSession["sdp"].get<std::string>().find("m=application"), std::string::npos);
+    EXPECT_EQ(json::parse(*decoded), m_client->getClientSession());
     EXPECT_TRUE(m_delegate->allOnMainThread());
     const auto infos = vrq::UserDefaults::standard().objectForKey("PlenkSDKInfos");
     ASSERT_TRUE(infos);
@@ -154,8 +184,8 @@ TEST_F(PlayerTest, HeartbeatDisconnectCodesEndTheSession)
     EXPECT_TRUE(m_logs.contains("disconnect code:3"));
 
     receive("hb", R"({"code":"1","token":"t-1","timestamp":1})");
-    EXPECT_EQ(m_player->gameStatus(), VRQGameStatusStopped);
     settle();
+    EXPECT_EQ(m_player->gameStatus(), VRQGameStatusStopped);
     EXPECT_EQ(m_delegate->count("failure:10004"), 1u);
     EXPECT_NE(VRQSDKMonitor::sharedInstance().currentSDKReport().token(), "t-1");
     EXPECT_TRUE(m_delegate->allOnMainThread());
@@ -208,6 +238,163 @@ TEST_F(PlayerTest, MalformedMessagesOnEveryLabelAreDropped)
     EXPECT_EQ(m_player->gameStatus(), VRQGameStatusInited);
 }
 
+TEST_F(PlayerTest, HeartbeatCodesThatAreNotNumbersAreIgnored)
+{
+    start(true);
+    for (const char* message : {R"({"code":{}})", R"({"code":{"code":1}})", R"({"code":[1]})", R"({"code":"abc"})",
+                                R"({"code":true})", R"({"code":""})"}) {
+        receive("hb", message);
+        settle();
+        EXPECT_EQ(m_player->gameStatus(), VRQGameStatusPlaying) << message;
+    }
+    EXPECT_EQ(m_delegate->events(), (std::vector<std::string>{"init", "video"}));
+    EXPECT_TRUE(m_logs.contains("disconnect code is not a number:{}"));
+    receive("hb", R"({"code":" 2"})");
+    settle();
+    EXPECT_EQ(m_delegate->count("failure:10008"), 1u);
+}
+
+// Every way a session ends stops what the session armed: no reconnect and no
+// time-out follows it, however long the host waits.
+TEST_F(PlayerTest, NothingFollowsTheEndOfASession)
+{
+    struct Case {
+        const char* name;
+        bool firstFrame;
+        std::function<void()> end;
+        const char* failure;
+    };
+    const std::vector<Case> cases = {
+        {"hb disconnect code", true, [this] { receive("hb", R"({"code":0})"); }, "failure:10003"},
+        {"connect timeout", false, [] { vrqtest::ManualClock::advance(10s); }, "failure:10009"},
+        {"stopGame", true, [this] { m_player->stopGame(); }, nullptr},
+        {"disconnection without budget", true,
+         [this] {
+             m_player->pauseResumeGame(true);
+             m_client->disconnected();
+         },
+         "failure:10002"},
+    };
+    for (const auto& testCase : cases) {
+        if (&testCase != &cases.front())
+            restart();
+        start(testCase.firstFrame);
+        testCase.end();
+        settle();
+        EXPECT_EQ(m_player->gameStatus(), VRQGameStatusStopped) << testCase.name;
+        vrqtest::ManualClock::advance(30s, 500ms);
+        EXPECT_EQ(m_client->count("reConnect"), 0u) << testCase.name;
+        std::vector<std::string> expected = {"init"};
+        if (testCase.firstFrame)
+            expected.push_back("video");
+        if (testCase.failure)
+            expected.push_back(testCase.failure);
+        EXPECT_EQ(m_delegate->events(), expected) << testCase.name;
+    }
+}
+
+TEST_F(PlayerTest, NoTimeoutMeansNoTimeout)
+{
+    std::atomic<int> ackOutcomes{0};
+    for (const double seconds : {std::numeric_limits<double>::infinity(), 1e10, 1e300}) {
+        m_player->setConnectTimeout(seconds);
+        m_player->sendAckMessage({{"type", "paste"}}, [&](std::optional<VRQError>, json) { ++ackOutcomes; });
+    }
+    start(false);
+    vrqtest::ManualClock::advance(std::chrono::hours(24 * 365), std::chrono::hours(24));
+    vrq::runMainLoopUntil([] { return false; }, 100ms);
+    EXPECT_EQ(ackOutcomes.load(), 0);
+    EXPECT_EQ(m_player->gameStatus(), VRQGameStatusInited);
+    EXPECT_EQ(m_delegate->events(), std::vector<std::string>{"init"});
+}
+
+// The client drops its handlers when it closes: a session revived by the host
+// must handle its channels again (heartbeat replies, ack replies, ...).
+TEST_F(PlayerTest, ARevivedSessionHandlesItsChannelsAgain)
+{
+    for (const auto& [name, end] : std::vector<std::pair<std::string, std::function<void()>>>{
+             {"stopGame", [&] { m_player->stopGame(); }},
+             {"connect timeout", [&] { vrqtest::ManualClock::advance(11s); }},
+         }) {
+        restart();
+        start(false);
+        end();
+        settle();
+        ASSERT_EQ(m_player->gameStatus(), VRQGameStatusStopped) << name;
+        m_player->pauseResumeGame(false); // revives a stopped session
+        EXPECT_EQ(m_player->gameStatus(), VRQGameStatusReconnecting) << name;
+        for (const char* label : {"hb", "ack", "sv", "cd", "km"})
+            EXPECT_TRUE(m_client->deliver(label, "{}")) << name << ": no handler for " << label;
+        m_client->deliver("hb", json({{"token", "revived-" + name}, {"timestamp", vrq::nowMs()}}).dump());
+        EXPECT_EQ(VRQSDKMonitor::sharedInstance().currentSDKReport().token(), "revived-" + name);
+        m_client->firstFrame();
+        settle();
+    }
+}
+
+// Nothing but the host holds the player: letting it go ends the session as
+// stopGame does, with no reconnect afterwards.
+TEST_F(PlayerTest, DroppingThePlayerEndsItsSession)
+{
+    start(true);
+    m_player->sendAckMessage({{"type", "paste"}}, [](std::optional<VRQError>, json) {});
+    std::weak_ptr<VRQGamePlayer> weak = m_player;
+    m_player.reset();
+    EXPECT_TRUE(weak.expired());
+    EXPECT_EQ(m_client->count("close"), 1u);
+    vrqtest::ManualClock::advance(30s, 500ms);
+    EXPECT_EQ(m_client->count("reConnect"), 0u);
+    EXPECT_EQ(m_delegate->events(), (std::vector<std::string>{"init", "video"}));
+}
+
+// A host's own dictionary may hold any bytes (JSON text from the wire cannot:
+// the parser refuses it). Showing it in a log line must not throw.
+TEST_F(PlayerTest, TextThatIsNotUtf8NeverEndsTheProcess)
+{
+    const std::string bad = "\xff\xfe bad \xc3";
+    EXPECT_TRUE(m_player->playGameWithRemoteSdp(
+        {{"code", 0}, {"sdp", "v=0" + bad}, {"server_ip", bad}, {"screen_config", {{"orientation", bad}}}}));
+    EXPECT_TRUE(m_logs.contains("playGameWithRemoteSdp:"));
+    EXPECT_EQ(m_client->count("setRemoteSdp:v=0" + bad), 1u);
+    EXPECT_EQ(VRQSDKMonitor::sharedInstance().currentSDKReport().serverIP(), bad);
+}
+
+class RecordingChannelDelegate : public VRQCustomTransChannelDelegate {
+public:
+    void onConnSuccessAtRemotePort(std::int32_t port) override { events.push_back("success:" + std::to_string(port)); }
+    void onConnFailed(const VRQError& error, std::int32_t port) override
+    {
+        events.push_back("failed:" + std::to_string(error.code) + ":" + std::to_string(port));
+    }
+    std::vector<std::string> events; // main thread only
+};
+
+// A binding reply must name the channel it binds; one that names another, or
+// none, fails the binding rather than leaving the host waiting.
+TEST_F(PlayerTest, ABindingReplyForAnotherChannelFailsTheBinding)
+{
+    for (const auto& [reply, expected] : std::vector<std::pair<json, std::string>>{
+             {{{"type", "udp_trans"}, {"code", 0}, {"label", "custom_trans_999"}}, "failed:-3:7000"},
+             {{{"type", "udp_trans"}, {"code", 0}}, "failed:-3:7000"},
+             {{{"type", "udp_trans"}, {"code", 0}, {"label", "<own>"}}, "success:7000"},
+         }) {
+        auto delegate = std::make_shared<RecordingChannelDelegate>();
+        auto channel = m_player->openCustomTransChannel(7000, delegate);
+        ASSERT_TRUE(channel);
+        vrqtest::ManualClock::advance(300ms); // the open channel asks for its binding 200 ms on
+        ASSERT_TRUE(vrq::runMainLoopUntil([&] { return m_client->calls().back().rfind("send:ack:", 0) == 0; }, 5s));
+        const json request = json::parse(m_client->calls().back().substr(9));
+        EXPECT_EQ(request["data"]["label"], channel->channelLabel());
+        json data = reply;
+        if (data.value("label", "") == "<own>")
+            data["label"] = channel->channelLabel();
+        receive("ack", json({{"seq", request["seq"]}, {"data", data}}).dump());
+        ASSERT_TRUE(vrq::runMainLoopUntil([&] { return !delegate->events.empty(); }, 5s)) << reply;
+        EXPECT_EQ(delegate->events, std::vector<std::string>{expected}) << reply;
+        channel->close();
+    }
+}
+
 class PlayerAckTest : public PlayerTest {
 protected:
     struct Outcome {
@@ -241,18 +428,14 @@ TEST_F(PlayerAckTest, AReplyIsDeliveredOnceOnTheMainThreadAndTheTimeoutFindsNoth
 {
     m_player->setConnectTimeout(2);
     auto outcomes = request({{"type", "paste"}});
-    std::int64_t seq = -1;
-    // The sequence is process-wide: find ours by replying to candidates that
-    // nobody else waits for (in a process of its own it is the first, 10000).
-    for (std::int64_t candidate = 10000; candidate < 10100 && outcomeCount(outcomes) == 0; ++candidate) {
-        receive("ack", json({{"seq", candidate}, {"data", {{"type", "paste"}, {"code", 0}}}}).dump());
-        vrq::runMainLoopUntil([&] { return outcomeCount(outcomes) == 1; }, 20ms);
-        if (outcomeCount(outcomes) == 1)
-            seq = candidate;
-    }
-    ASSERT_GE(seq, 10000);
+    const auto sent = m_client->calls().back();
+    ASSERT_EQ(sent.rfind("send:ack:", 0), 0u) << sent;
+    const std::int64_t seq = json::parse(sent.substr(9))["seq"];
+    receive("ack", json({{"seq", seq}, {"data", {{"type", "paste"}, {"code", 0}}}}).dump());
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return outcomeCount(outcomes) == 1; }, 5s));
     receive("ack", json({{"seq", seq}, {"data", {{"type", "paste"}, {"again", true}}}}).dump());
-    vrq::runMainLoopUntil([] { return false; }, 2500ms); // past the time-out
+    vrqtest::ManualClock::advance(3s); // past the time-out
+    vrq::runMainLoopUntil([] { return false; }, 100ms);
     std::lock_guard lock(*m_outcomeMutex);
     ASSERT_EQ(outcomes->size(), 1u);
     EXPECT_FALSE(outcomes->front().error);
@@ -264,8 +447,10 @@ TEST_F(PlayerAckTest, NoReplyGivesTheTimeoutErrorOnceOffTheMainThread)
 {
     m_player->setConnectTimeout(0.3);
     auto outcomes = request({{"type", "capslock_state"}});
-    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return outcomeCount(outcomes) == 1; }, 3s));
-    vrq::runMainLoopUntil([] { return false; }, 700ms);
+    vrqtest::ManualClock::advance(400ms);
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return outcomeCount(outcomes) == 1; }, 5s));
+    vrqtest::ManualClock::advance(1s); // the repeating timer would fire again by now
+    vrq::runMainLoopUntil([] { return false; }, 100ms);
     std::lock_guard lock(*m_outcomeMutex);
     ASSERT_EQ(outcomes->size(), 1u);
     ASSERT_TRUE(outcomes->front().error);

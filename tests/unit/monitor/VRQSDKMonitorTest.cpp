@@ -1,3 +1,4 @@
+#include "vrq/utils/VRQRemoteSession.h"
 #include "vrq/log/VRQLogManager.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/monitor/VRQSDKReport.h"
@@ -140,7 +141,7 @@ TEST_F(MonitorSessionTest, SessionRecordsCarryTheSessionAndTheStopFlushesThem)
 {
     const json session = {{"server_ip", "127.0.0.5"}, {"region", "eu"}, {"request_id", "r9"},
                           {"user_id", "u1"},          {"game_id", "g7"}, {"app_id", 12}};
-    monitor.resetWithSession(session);
+    monitor.resetWithSession(VRQRemoteSession::fromDictionary(session));
     monitor.onConnectSuccess();
     // One performance sample from the 1 s timer.
     vrq::runMainLoopUntil([] { return false; }, 1100ms);
