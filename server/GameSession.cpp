@@ -207,6 +207,13 @@ bool GameSession::sendBinary(const std::string& label, const std::string& bytes)
     return sendBuffer(label, rtc::DataBuffer{bytes, true});
 }
 
+bool GameSession::isChannelOpen(const std::string& label) const
+{
+    std::lock_guard lock(m_mutex);
+    const auto found = m_channels.find(label);
+    return found != m_channels.end() && found->second->readyState() == rtc::DataChannelState::Open;
+}
+
 bool GameSession::sendBuffer(const std::string& label, rtc::DataBuffer buffer)
 {
     std::shared_ptr<rtc::DataChannel> channel;

@@ -104,6 +104,8 @@ public:
     std::vector<std::string> openChannels() const;
     vrq::rtc::PeerConnectionState connectionState() const { return m_connectionState.load(); }
     bool isClosed() const;
+    // Whether the client's channel of this label is open on this side.
+    bool isChannelOpen(const std::string& label) const;
 
     // Stops media and channels; an answer still pending fails. Idempotent.
     // Never call it from an engine callback: the engine's threads are stopped here.

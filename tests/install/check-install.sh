@@ -4,11 +4,13 @@
 # two tiny hosts against it: one with find_package, one with pkg-config.
 # Arguments: the build tree, a scratch folder, extra compiler/linker flags.
 set -euo pipefail
-build=$1 scratch=$2 flags=${3:-}
+build=$(realpath "$1") scratch=$(realpath -m "$2") flags=${3:-}
 here=$(cd "$(dirname "$0")" && pwd)
+# Runs a command quietly, showing its output only when it fails.
+quiet() { local out; out=$("$@" 2>&1) || { echo "failed: $*"; echo "$out"; return 1; }; }
 rm -rf "$scratch" && mkdir -p "$scratch"
 prefix=$scratch/prefix
-cmake --install "$build" --prefix "$prefix" >/dev/null
+quiet cmake --install "$build" --prefix "$prefix"
 
 headers=$prefix/include/vrq
 [ -f "$headers/core/VRQGamePlayer.h" ] || { echo "no public headers under include/vrq"; exit 1; }
@@ -27,11 +29,11 @@ grep -rhoE '#include "vrq/[^"]+"' "$headers" | sort -u | sed -E 's/#include "vrq
 done
 
 cp -r "$here/cmake-host" "$here/make-host" "$here/host.cpp" "$scratch/"
-CXXFLAGS="$flags" LDFLAGS="$flags" cmake -S "$scratch/cmake-host" -B "$scratch/cmake-host/build" -G Ninja \
-  -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-cmake --build "$scratch/cmake-host/build" >/dev/null
-PKG_CONFIG_PATH="$prefix/lib/pkgconfig:$(find "$prefix" -name pkgconfig -type d | head -1)" \
-  make -s -C "$scratch/make-host" HOSTFLAGS="$flags" >/dev/null
+CXXFLAGS="$flags" LDFLAGS="$flags" quiet cmake -S "$scratch/cmake-host" -B "$scratch/cmake-host/build" -G Ninja \
+  -DCMAKE_PREFIX_PATH="$prefix"
+quiet cmake --build "$scratch/cmake-host/build"
+PKG_CONFIG_PATH=$(find "$prefix" -name pkgconfig -type d | head -1) \
+  quiet make -s -C "$scratch/make-host" HOSTFLAGS="$flags"
 
 expected="1.1.7.20 900150983cd24fb0d6963f7d28e17f72"
 for host in "$scratch/cmake-host/build/cmake-host" "$scratch/make-host/make-host"; do

@@ -22,7 +22,7 @@ int main(int argc, char**)
     // Taking the player's factory links the whole kit and its engine.
     auto create = &VRQGamePlayer::create;
     if (argc > 1)
-        create(nlohmann::json::object(), std::weak_ptr<Host>());
+        create(nlohmann::json::object(), std::weak_ptr<Host>(), nullptr);
     std::printf("%s %s\n", VRQSDKVersion, vrq_md5("abc").c_str());
     return 0;
 }

@@ -1,6 +1,7 @@
 // The demo host, run as a person runs it: real sessions against the bundled
 // reference server, each run on a loopback address of its own (127.0.0.60
 // to 64) because the reconnect port is fixed.
+#include "support/LoopbackAddress.h"
 #include "support/LoopbackHttpServer.h"
 #include "support/Shell.h"
 #include "support/TempHome.h"
@@ -225,13 +226,14 @@ TEST(PlayTest, ExitsWithAReasonWhenItCannotPlay)
     EXPECT_EQ(badArgument.exitCode, 2) << badArgument.output;
 
     // Another server already holds the reconnect port on this address.
-    vrqtest::LoopbackHttpServer squatter("127.0.0.62", 7392);
+    const std::string taken = vrqtest::loopbackAddress();
+    vrqtest::LoopbackHttpServer squatter(taken, 7392);
     ASSERT_TRUE(squatter.valid());
-    const PlayRun portTaken = play(home, "--duration 2 --events json --host 127.0.0.62");
+    const PlayRun portTaken = play(home, "--duration 2 --events json --host " + taken);
     EXPECT_EQ(portTaken.exitCode, 1);
     const auto errors = portTaken.named("error");
     ASSERT_EQ(errors.size(), 1u) << portTaken.output;
-    EXPECT_NE(errors[0]["data"]["reason"].get<std::string>().find("127.0.0.62:7392"), std::string::npos);
+    EXPECT_NE(errors[0]["data"]["reason"].get<std::string>().find(taken + ":7392"), std::string::npos);
     EXPECT_TRUE(portTaken.named("client_session").empty()) << "it must stop before making a session";
 
     // A back end that cannot serve a session.

@@ -1,4 +1,5 @@
 // The reconnect request reaches port 7392 of the game server, signed with MD5.
+#include "support/LoopbackAddress.h"
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "support/LoopbackHttpServer.h"
 #include "support/Shell.h"
@@ -32,8 +33,7 @@ std::string opensslMd5(const std::string& text)
 
 TEST(ReconnectRequestTest, PostsTheOfferToPort7392WithAnIndependentlyCheckableSignature)
 {
-    // Each run picks its own 127.0.0.x so that parallel runs do not collide on the fixed port.
-    const std::string host = "127.0.0." + std::to_string(200 + ::getpid() % 50);
+    const std::string host = vrqtest::loopbackAddress();
     vrqtest::LoopbackHttpServer server(host, VRQHttpHelper::kReconnectPort);
     ASSERT_TRUE(server.valid()) << "port 7392 on " << host << " is taken";
     server.setHandler("/cloud_gaming/reconnect", [](const auto&, auto& response) {

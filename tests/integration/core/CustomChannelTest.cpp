@@ -1,5 +1,6 @@
 // Starting from an experience code, and custom transmission channels relayed
 // to a real UDP port by the reference game.
+#include "support/LoopbackAddress.h"
 #include "integration/core/PlayerSession.h"
 
 #include "vrq/core/VRQCustomTransChannel.h"
@@ -87,10 +88,10 @@ public:
 
 TEST(CustomChannelTest, AChannelBindsToAUdpPortAndRelaysBothWays)
 {
-    vrqtest::PlayerSession session("127.0.0.112");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
-    UdpReverseEcho echo("127.0.0.112");
+    UdpReverseEcho echo(vrqtest::loopbackAddress());
     ASSERT_GT(echo.port(), 0);
     auto listener = std::make_shared<RecordingChannelDelegate>();
 
@@ -121,7 +122,7 @@ TEST(CustomChannelTest, AChannelBindsToAUdpPortAndRelaysBothWays)
 
 TEST(CustomChannelTest, ABindingNobodyAnswersFailsWithTheTimeout)
 {
-    vrqtest::PlayerSession session("127.0.0.113");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
     session.player->setConnectTimeout(1.0); // also the acknowledged messages' time limit
@@ -136,7 +137,7 @@ TEST(CustomChannelTest, ABindingNobodyAnswersFailsWithTheTimeout)
 
 TEST(CustomChannelTest, AGameStartsFromAnExperienceCode)
 {
-    vrqtest::PlayerSession session("127.0.0.114");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.waitForEvent("init"));
     session.player->startGameWithExperienceCode("unknown-code", nullptr);

@@ -1,5 +1,6 @@
 // Input as the game server receives it, and the request/reply operations
 // answered by the reference game.
+#include "support/LoopbackAddress.h"
 #include "integration/core/PlayerSession.h"
 
 #include "vrq/core/VRQGameController.h"
@@ -26,16 +27,7 @@ class GameInputTest : public ::testing::Test {
 protected:
     // Each test gets a host of its own: tests run side by side, and the
     // reconnect port is the same on every host.
-    static std::string hostForThisTest()
-    {
-        static const std::map<std::string, std::string> hosts = {
-            {"EveryInputMessageHasItsWireFormAndChannel", "127.0.0.104"},
-            {"RequestsGetTheirRepliesAndTheFirstCarriesSequence10000", "127.0.0.115"},
-            {"WithoutAcksRequestsTimeOutWithTheirMappedResults", "127.0.0.116"},
-            {"CursorImagesAreAcknowledgedAndUnknownKeysAskedFor", "127.0.0.117"},
-        };
-        return hosts.at(::testing::UnitTest::GetInstance()->current_test_info()->name());
-    }
+    static std::string hostForThisTest() { return vrqtest::loopbackAddress(); }
 
     void SetUp() override
     {

@@ -1,5 +1,6 @@
 // A whole play session against the reference back end: lifecycle, the
 // server's orders and events, and the signed uploads it leaves behind.
+#include "support/LoopbackAddress.h"
 #include "integration/core/PlayerSession.h"
 
 #include "vrq/core/VRQGameController.h"
@@ -29,7 +30,7 @@ public:
 
 TEST(GameSessionTest, LifecycleGoesThroughItsStatusesWithTheDelegateCallsOnTheMainThread)
 {
-    vrqtest::PlayerSession session("127.0.0.100");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     EXPECT_EQ(session.player->gameStatus(), VRQGameStatusNone);
     ASSERT_TRUE(session.waitForEvent("init"));
@@ -44,7 +45,7 @@ TEST(GameSessionTest, LifecycleGoesThroughItsStatusesWithTheDelegateCallsOnTheMa
     EXPECT_TRUE(session.delegate->has("size:640x360"));
     EXPECT_TRUE(session.delegate->has("orientation:3")); // the remote session's screen configuration
     EXPECT_EQ(session.player->videoOrientation(), 3);
-    EXPECT_EQ(session.player->currentStatisReport()["ServerIP"], "127.0.0.100");
+    EXPECT_EQ(session.player->currentStatisReport()["ServerIP"], vrqtest::loopbackAddress());
 
     session.player->stopGame();
     EXPECT_EQ(session.player->gameStatus(), VRQGameStatusStopped);
@@ -60,7 +61,7 @@ TEST(GameSessionTest, LifecycleGoesThroughItsStatusesWithTheDelegateCallsOnTheMa
 
 TEST(GameSessionTest, HeartbeatDisconnectCodesEndTheSessionWithTheirFailures)
 {
-    vrqtest::PlayerSession session("127.0.0.101");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
     auto& faults = session.server->faults();
@@ -80,7 +81,7 @@ TEST(GameSessionTest, HeartbeatDisconnectCodesEndTheSessionWithTheirFailures)
 
 TEST(GameSessionTest, EveryServerEventReachesItsListener)
 {
-    vrqtest::PlayerSession session("127.0.0.102");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     auto archive = std::make_shared<RecordingArchive>();
     auto controller = std::make_shared<RecordingController>();
@@ -113,7 +114,7 @@ TEST(GameSessionTest, EveryServerEventReachesItsListener)
 
 TEST(GameSessionTest, MetricsAndLogsOfARealSessionArriveSigned)
 {
-    vrqtest::PlayerSession session("127.0.0.103");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
     session.settle(2500ms); // a few performance samples

@@ -1,5 +1,6 @@
 // Reconnection against the reference back end: after a lost peer, after
 // frozen video and after the network comes back, within a budget of three.
+#include "support/LoopbackAddress.h"
 #include "integration/core/PlayerSession.h"
 
 #include "vrq/platform/services/Crypto.h"
@@ -24,7 +25,7 @@ public:
 
 TEST(ReconnectTest, ALostPeerReconnectsWithASignedOfferAndEveryVideoRestoresTheBudget)
 {
-    vrqtest::PlayerSession session("127.0.0.105");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
     // Four losses in a row: more than the budget, each followed by video again.
@@ -49,7 +50,7 @@ TEST(ReconnectTest, ALostPeerReconnectsWithASignedOfferAndEveryVideoRestoresTheB
 
 TEST(ReconnectTest, FiveSecondsOfFrozenVideoReconnectWithReason10020)
 {
-    vrqtest::PlayerSession session("127.0.0.106");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
     session.server->faults().setVideoFrozen(true);
@@ -64,7 +65,7 @@ TEST(ReconnectTest, FiveSecondsOfFrozenVideoReconnectWithReason10020)
 
 TEST(ReconnectTest, LossesWithoutVideoExhaustTheBudgetAndEndWith10002)
 {
-    vrqtest::PlayerSession session("127.0.0.107", 20.0);
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress(), 20.0);
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
     session.server->faults().setVideoFrozen(true); // the reconnected sessions never show video
@@ -88,7 +89,7 @@ TEST(ReconnectTest, LossesWithoutVideoExhaustTheBudgetAndEndWith10002)
 
 TEST(ReconnectTest, NoFirstFrameWithinTheConnectTimeoutEndsWith10009)
 {
-    vrqtest::PlayerSession session("127.0.0.108", 2.0);
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress(), 2.0);
     ASSERT_TRUE(session.ready());
     session.server->faults().setVideoFrozen(true);
     ASSERT_TRUE(session.waitForEvent("init"));
@@ -101,7 +102,7 @@ TEST(ReconnectTest, NoFirstFrameWithinTheConnectTimeoutEndsWith10009)
 
 TEST(ReconnectTest, AnAnswerWithoutSdpEndsTheSessionWhileTheNetworkIsUp)
 {
-    vrqtest::PlayerSession session("127.0.0.109");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
     session.server->faults().setAnswerMode(vrqserver::AnswerMode::Refuse);
@@ -115,7 +116,7 @@ TEST(ReconnectTest, AnAnswerWithoutSdpEndsTheSessionWhileTheNetworkIsUp)
 TEST(ReconnectTest, AReconnectWaitsForTheNetworkAndRetriesWhenItReturns)
 {
     InjectedNetwork network;
-    vrqtest::PlayerSession session("127.0.0.110", 30.0);
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress(), 30.0);
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
     network.setUp(false);
@@ -141,7 +142,7 @@ TEST(ReconnectTest, AReconnectWaitsForTheNetworkAndRetriesWhenItReturns)
 
 TEST(ReconnectTest, PauseBlocksReconnectionAndResumeAfterTheEndRevivesTheSession)
 {
-    vrqtest::PlayerSession session("127.0.0.111");
+    vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
     session.player->pauseResumeGame(true);

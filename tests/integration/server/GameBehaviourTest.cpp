@@ -1,6 +1,7 @@
 // What the game does on each channel of a session served by the reference
 // server, seen from a kit-like offerer. Each test has its own 127.0.0.N,
 // since every server holds the fixed reconnect port of its host.
+#include "support/LoopbackAddress.h"
 #include "PngInfo.h"
 #include "ServedClient.h"
 
@@ -111,7 +112,7 @@ std::string ackReply(int seq, const json& data)
 TEST(GameBehaviourTest, OpeningChannelsPushesTheStartEventsAndTheCursorWhichANackResends)
 {
     vrqtest::ServedClient served;
-    ASSERT_EQ(served.start(vrqtest::referenceOptions("127.0.0.40")), std::nullopt);
+    ASSERT_EQ(served.start(vrqtest::referenceOptions(vrqtest::loopbackAddress())), std::nullopt);
     EXPECT_EQ(text(served.nextBuffer("sv")), R"({"data":{"status":0},"type":"game_start_complete"})");
     EXPECT_EQ(text(served.nextBuffer("sv")), R"({"data":{"status":0},"type":"archive_load_status"})");
     EXPECT_EQ(text(served.nextBuffer("sv")), R"({"data":{"sig_key":"served-metric-key"},"type":"metric_sig_key"})");
@@ -145,7 +146,7 @@ TEST(GameBehaviourTest, OpeningChannelsPushesTheStartEventsAndTheCursorWhichANac
 TEST(GameBehaviourTest, AckMessagesAreAnsweredWithTheirSeqAndTheGameState)
 {
     vrqtest::ServedClient served;
-    ASSERT_EQ(served.start(vrqtest::referenceOptions("127.0.0.41")), std::nullopt);
+    ASSERT_EQ(served.start(vrqtest::referenceOptions(vrqtest::loopbackAddress())), std::nullopt);
     auto& client = served.client();
     for (int i = 0; i < 3; ++i)
         ASSERT_TRUE(served.next("sv").is_object()) << "start event " << i;
@@ -186,7 +187,7 @@ TEST(GameBehaviourTest, AckMessagesAreAnsweredWithTheirSeqAndTheGameState)
 
 TEST(GameBehaviourTest, UdpTransRelaysAChannelToAUdpPortAndBackUntilTheSessionEnds)
 {
-    const std::string host = "127.0.0.42";
+    const std::string host = vrqtest::loopbackAddress();
     vrqtest::ServedClient served({"custom_trans_1"});
     ASSERT_EQ(served.start(vrqtest::referenceOptions(host)), std::nullopt);
     UdpEcho echo(host);
@@ -227,7 +228,7 @@ TEST(GameBehaviourTest, UdpTransRelaysAChannelToAUdpPortAndBackUntilTheSessionEn
 
 TEST(GameBehaviourTest, InputReachesTheObserverAtOnceAndShowsOnTheScene)
 {
-    auto options = vrqtest::referenceOptions("127.0.0.43");
+    auto options = vrqtest::referenceOptions(vrqtest::loopbackAddress());
     options.game.video.pattern = "white"; // the overlay's dark box stands out
     vrqtest::ServedClient served;
     ASSERT_EQ(served.start(options), std::nullopt);

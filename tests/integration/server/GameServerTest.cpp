@@ -1,5 +1,6 @@
 // The reference game server on loopback, in-process and as its binary, played
 // by an offerer that behaves like the kit.
+#include "support/LoopbackAddress.h"
 #include "ChildProcess.h"
 #include "KitOfferer.h"
 
@@ -277,10 +278,10 @@ TEST(GameServerBinaryTest, ServesASessionAndStopsOnSigterm)
     const auto binary = std::filesystem::read_symlink("/proc/self/exe").parent_path().parent_path() / "server" / "vrq-game-server";
     ASSERT_TRUE(std::filesystem::exists(binary)) << binary;
     // A host of its own: the binary also holds the reconnect port 7392 there.
-    vrqtest::ChildProcess server({binary.string(), "--host", "127.0.0.59", "--port", "0", "--width", "320", "--height",
+    vrqtest::ChildProcess server({binary.string(), "--host", vrqtest::loopbackAddress(), "--port", "0", "--width", "320", "--height",
                                   "240", "--fps", "30", "--metric-key", "binary-key"});
     ASSERT_TRUE(server.started());
-    const std::regex announced("at (http://127\\.0\\.0\\.59:[0-9]+)");
+    const std::regex announced("at (http://127\\.0\\.0\\.[0-9]+:[0-9]+)");
     std::string origin;
     ASSERT_TRUE(waitUntil([&] {
         std::smatch match;

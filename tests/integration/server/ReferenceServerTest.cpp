@@ -2,6 +2,7 @@
 // experience codes, and the faults a test injects, over HTTP as a person
 // would. Each test has its own 127.0.0.N, since every server holds the fixed
 // reconnect port of its host.
+#include "support/LoopbackAddress.h"
 #include "ServedClient.h"
 
 #include "vrq/platform/dispatch/MainLoop.h"
@@ -55,7 +56,7 @@ std::string withSignature(const std::string& url, const std::string& sig)
 
 TEST(ReferenceServerTest, ASignedReconnectReplacesTheSessionWithOneOfTheSameToken)
 {
-    const std::string host = "127.0.0.44";
+    const std::string host = vrqtest::loopbackAddress();
     vrqtest::ServedClient served;
     ASSERT_EQ(served.start(vrqtest::referenceOptions(host)), std::nullopt);
     const std::string token = tokenFromHeartbeat(served);
@@ -96,7 +97,7 @@ TEST(ReferenceServerTest, ASignedReconnectReplacesTheSessionWithOneOfTheSameToke
 
 TEST(ReferenceServerTest, AReconnectWithABadSignatureUnknownTokenOrUnreadableOfferIsRefused)
 {
-    const std::string host = "127.0.0.45";
+    const std::string host = vrqtest::loopbackAddress();
     auto options = vrqtest::referenceOptions(host);
     options.game.token = "tok&en=1/+"; // percent-encoded on the wire, signed raw
     vrqtest::ServedClient served;
@@ -134,7 +135,7 @@ TEST(ReferenceServerTest, AReconnectWithABadSignatureUnknownTokenOrUnreadableOff
 TEST(ReferenceServerTest, AnExperienceCodeAnswersItsRegisteredOfferOnce)
 {
     vrqtest::ServedClient served;
-    ASSERT_TRUE(served.startServer(vrqtest::referenceOptions("127.0.0.46")));
+    ASSERT_TRUE(served.startServer(vrqtest::referenceOptions(vrqtest::loopbackAddress())));
     vrqtest::KitOfferer client;
     ASSERT_EQ(client.createOffer(), std::nullopt);
 
@@ -163,7 +164,7 @@ TEST(ReferenceServerTest, AnExperienceCodeAnswersItsRegisteredOfferOnce)
 
 TEST(ReferenceServerTest, RefusedAnswersCarryCode403AndDelayedOnesComeLate)
 {
-    const std::string host = "127.0.0.47";
+    const std::string host = vrqtest::loopbackAddress();
     vrqtest::ServedClient served;
     ASSERT_EQ(served.start(vrqtest::referenceOptions(host)), std::nullopt);
     const std::string token = tokenFromHeartbeat(served);
@@ -197,7 +198,7 @@ TEST(ReferenceServerTest, RefusedAnswersCarryCode403AndDelayedOnesComeLate)
 TEST(ReferenceServerTest, AFreezeStopsVideoOfTheLatestAndLaterSessionsButNotTheChannels)
 {
     vrqtest::ServedClient served;
-    ASSERT_EQ(served.start(vrqtest::referenceOptions("127.0.0.48")), std::nullopt);
+    ASSERT_EQ(served.start(vrqtest::referenceOptions(vrqtest::loopbackAddress())), std::nullopt);
     auto& client = served.client();
     ASSERT_TRUE(waitUntil([&] { return client.frames().count() >= 10; }));
     const auto framesSettleAt = [&](int& count) {
@@ -232,7 +233,7 @@ TEST(ReferenceServerTest, AFreezeStopsVideoOfTheLatestAndLaterSessionsButNotTheC
 TEST(ReferenceServerTest, ADroppedPeerIsNoticedByTheClient)
 {
     vrqtest::ServedClient served;
-    ASSERT_EQ(served.start(vrqtest::referenceOptions("127.0.0.49")), std::nullopt);
+    ASSERT_EQ(served.start(vrqtest::referenceOptions(vrqtest::loopbackAddress())), std::nullopt);
     ASSERT_TRUE(waitUntil([&] { return served.client().frames().count() >= 5; }));
     const auto session = served.session();
     EXPECT_EQ(served.post("/control/drop").second, R"({"code":0})");
@@ -247,9 +248,11 @@ TEST(ReferenceServerTest, ADroppedPeerIsNoticedByTheClient)
 TEST(ReferenceServerTest, DisconnectCodesServerEventsAndSilencedAcksReachTheLatestSession)
 {
     vrqtest::ServedClient served;
-    ASSERT_EQ(served.start(vrqtest::referenceOptions("127.0.0.50")), std::nullopt);
+    ASSERT_EQ(served.start(vrqtest::referenceOptions(vrqtest::loopbackAddress())), std::nullopt);
     for (int i = 0; i < 3; ++i)
         ASSERT_TRUE(served.next("sv").is_object()) << "start event " << i;
+    // Each channel opens on its own: "sv" being open says nothing of "hb".
+    ASSERT_TRUE(waitUntil([&] { return served.session()->isChannelOpen("hb"); }));
 
     EXPECT_EQ(served.post("/control/disconnect?code=4003").first, 200);
     EXPECT_EQ(served.nextBuffer("hb").value_or(vrq::rtc::DataBuffer{}).data, R"({"code":4003})");
