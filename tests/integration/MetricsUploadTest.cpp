@@ -1,14 +1,14 @@
 // Metric and log bulks, signed and posted to a real HTTP server on loopback.
-#include "vrq/utils/VRQRemoteSession.h"
-#include "vrq/log/VRQLog.h"
-#include "vrq/log/VRQLogManager.h"
-#include "vrq/monitor/VRQSDKMonitor.h"
-#include "vrq/platform/dispatch/MainLoop.h"
 #include "support/CapturingLogDelegate.h"
 #include "support/LoopbackHttpServer.h"
 #include "support/Shell.h"
 #include "support/TempHome.h"
+#include "vrq/log/VRQLog.h"
+#include "vrq/log/VRQLogManager.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
+#include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQRemoteSession.h"
 
 #include <gtest/gtest.h>
 

@@ -1,8 +1,8 @@
 // The reconnect request reaches port 7392 of the game server, signed with MD5.
 #include "support/LoopbackAddress.h"
-#include "vrq/platform/dispatch/MainLoop.h"
 #include "support/LoopbackHttpServer.h"
 #include "support/Shell.h"
+#include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/utils/VRQHttpHelper.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // Input as the game server receives it, and the request/reply operations
 // answered by the reference game.
-#include "support/LoopbackAddress.h"
 #include "integration/core/PlayerSession.h"
+#include "support/LoopbackAddress.h"
 
 #include "vrq/core/VRQGameController.h"
 

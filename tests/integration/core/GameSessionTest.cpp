@@ -1,7 +1,7 @@
 // A whole play session against the reference back end: lifecycle, the
 // server's orders and events, and the signed uploads it leaves behind.
-#include "support/LoopbackAddress.h"
 #include "integration/core/PlayerSession.h"
+#include "support/LoopbackAddress.h"
 
 #include "vrq/core/VRQGameController.h"
 #include "vrq/log/VRQLog.h"
@@ -117,7 +117,8 @@ TEST(GameSessionTest, MetricsAndLogsOfARealSessionArriveSigned)
     vrqtest::PlayerSession session(vrqtest::loopbackAddress());
     ASSERT_TRUE(session.ready());
     ASSERT_TRUE(session.play());
-    session.settle(2500ms); // a few performance samples
+    // The first heartbeat reply: the heartbeat also paces the performance samples.
+    ASSERT_TRUE(session.waitFor([] { return !VRQSDKMonitor::sharedInstance().currentSDKReport().token().empty(); }));
     session.player->stopGame();
     VRQSDKMonitor::sharedInstance().waitForPendingReports();
     vrqFlushLog();

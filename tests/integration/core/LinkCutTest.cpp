@@ -4,6 +4,10 @@
 // reconnect request to fail, comes back, and the session reconnects through it.
 #include "integration/server/ChildProcess.h"
 
+#include "support/CapturingLogDelegate.h"
+#include "support/RecordingPlayerDelegate.h"
+#include "support/Shell.h"
+#include "support/TempHome.h"
 #include "vrq/control/VRQGameVideoView.h"
 #include "vrq/core/VRQGamePlayer.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
@@ -11,10 +15,6 @@
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/services/HttpTransport.h"
 #include "vrq/platform/services/NetworkFlagsSource.h"
-#include "support/CapturingLogDelegate.h"
-#include "support/RecordingPlayerDelegate.h"
-#include "support/Shell.h"
-#include "support/TempHome.h"
 #include "vrq/utils/VRQHttpHelper.h"
 
 #include <httplib.h>

@@ -6,14 +6,14 @@
 
 #include "ReferenceServer.h"
 
+#include "support/CapturingLogDelegate.h"
+#include "support/RecordingPlayerDelegate.h"
+#include "support/TempHome.h"
 #include "vrq/control/VRQGameVideoView.h"
 #include "vrq/core/VRQGamePlayer.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/monitor/VRQSDKReport.h"
 #include "vrq/platform/dispatch/MainLoop.h"
-#include "support/CapturingLogDelegate.h"
-#include "support/RecordingPlayerDelegate.h"
-#include "support/TempHome.h"
 #include "vrq/utils/VRQHttpHelper.h"
 
 #include <httplib.h>

@@ -4,11 +4,11 @@
 #include "integration/server/ChildProcess.h"
 #include "integration/server/KitOfferer.h"
 
+#include "support/Shell.h"
+#include "support/TempHome.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/monitor/VRQSDKReport.h"
 #include "vrq/platform/dispatch/MainLoop.h"
-#include "support/Shell.h"
-#include "support/TempHome.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -2,13 +2,13 @@
 // a game server: an independent WebRTC stack on 127.0.0.1.
 #include "integration/peers/AiortcPeer.h"
 
+#include "support/TempHome.h"
 #include "vrq/control/VRQGameVideoView.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/monitor/VRQSDKReport.h"
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/rtc/VRQSdkRtcDelegate.h"
 #include "vrq/rtc/VRQWebrtcClient.h"
-#include "support/TempHome.h"
 
 #include <gtest/gtest.h>
 

@@ -2,6 +2,8 @@
 // real WebRTC on 127.0.0.1.
 #include "GameServer.h"
 
+#include "support/CapturingLogDelegate.h"
+#include "support/TempHome.h"
 #include "vrq/control/VRQGameVideoView.h"
 #include "vrq/log/VRQLogManager.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
@@ -10,8 +12,6 @@
 #include "vrq/rtc/VRQSdkRtcDelegate.h"
 #include "vrq/rtc/VRQWebRTCDataHandler.h"
 #include "vrq/rtc/VRQWebrtcClient.h"
-#include "support/CapturingLogDelegate.h"
-#include "support/TempHome.h"
 #include "vrq/utils/VRQJsonHelpers.h"
 
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 // What the game does on each channel of a session served by the reference
 // server, seen from a kit-like offerer. Each test has its own 127.0.0.N,
 // since every server holds the fixed reconnect port of its host.
-#include "support/LoopbackAddress.h"
 #include "PngInfo.h"
 #include "ServedClient.h"
+#include "support/LoopbackAddress.h"
 
 #include <gtest/gtest.h>
 

@@ -1,18 +1,18 @@
 // The reference game server on loopback, in-process and as its binary, played
 // by an offerer that behaves like the kit.
-#include "support/LoopbackAddress.h"
 #include "ChildProcess.h"
 #include "KitOfferer.h"
+#include "support/LoopbackAddress.h"
 
 #include "GameServer.h"
 #include "HttpEndpoint.h"
 #include "SessionBackend.h"
 
+#include "support/TempHome.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/monitor/VRQSDKReport.h"
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/services/Crypto.h"
-#include "support/TempHome.h"
 
 #include <gtest/gtest.h>
 #include <httplib.h>

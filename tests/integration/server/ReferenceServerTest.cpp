@@ -2,8 +2,8 @@
 // experience codes, and the faults a test injects, over HTTP as a person
 // would. Each test has its own 127.0.0.N, since every server holds the fixed
 // reconnect port of its host.
-#include "support/LoopbackAddress.h"
 #include "ServedClient.h"
+#include "support/LoopbackAddress.h"
 
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/utils/VRQHttpHelper.h"

@@ -1,12 +1,12 @@
 // The controller's handling of the remote side's input-related messages and
 // its request results, without a server.
+#include "support/CapturingLogDelegate.h"
+#include "support/TempHome.h"
+#include "support/TestImages.h"
 #include "vrq/core/VRQGameController.h"
 #include "vrq/core/VRQGamePlayer.h"
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/services/Crypto.h"
-#include "support/CapturingLogDelegate.h"
-#include "support/TempHome.h"
-#include "support/TestImages.h"
 
 #include <gtest/gtest.h>
 

@@ -2,6 +2,11 @@
 // timers run on a manual clock): what it makes of remote sessions and of
 // whatever arrives on its channels, its acknowledged-message bookkeeping, and
 // how its sessions end.
+#include "support/CapturingLogDelegate.h"
+#include "support/FakeRtcClient.h"
+#include "support/ManualClock.h"
+#include "support/RecordingPlayerDelegate.h"
+#include "support/TempHome.h"
 #include "vrq/control/VRQGameVideoView.h"
 #include "vrq/core/VRQCustomTransChannel.h"
 #include "vrq/core/VRQCustomTransChannelDelegate.h"
@@ -13,11 +18,6 @@
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/services/Crypto.h"
 #include "vrq/platform/services/UserDefaults.h"
-#include "support/CapturingLogDelegate.h"
-#include "support/FakeRtcClient.h"
-#include "support/ManualClock.h"
-#include "support/RecordingPlayerDelegate.h"
-#include "support/TempHome.h"
 #include "vrq/utils/VRQHttpHelper.h"
 
 #include <gtest/gtest.h>
@@ -359,6 +359,56 @@ TEST_F(PlayerTest, TextThatIsNotUtf8NeverEndsTheProcess)
     EXPECT_EQ(VRQSDKMonitor::sharedInstance().currentSDKReport().serverIP(), bad);
 }
 
+TEST_F(PlayerTest, EveryFirstFrameRestoresTheReconnectBudget)
+{
+    start(true);
+    for (int round = 1; round <= 4; ++round) {
+        m_client->disconnected();
+        EXPECT_EQ(m_player->gameStatus(), VRQGameStatusReconnecting) << round;
+        m_client->firstFrame();
+    }
+    EXPECT_EQ(m_delegate->count("reconnect:10002"), 4u);
+    EXPECT_EQ(m_client->count("reConnect"), 4u);
+    EXPECT_TRUE(m_logs.contains("do reConnect time:2"));
+    EXPECT_FALSE(m_logs.contains("do reConnect time:1"));
+
+    // Without video in between, three attempts are all there is.
+    for (int round = 1; round <= 4; ++round)
+        m_client->disconnected();
+    EXPECT_EQ(m_delegate->count("reconnect:10002"), 7u);
+    EXPECT_EQ(m_delegate->count("failure:10002"), 1u);
+    EXPECT_EQ(m_player->gameStatus(), VRQGameStatusStopped);
+}
+
+TEST_F(PlayerTest, FiveSecondsWithoutFramesReconnectUnlessPaused)
+{
+    start(true);
+    vrqtest::ManualClock::advance(4s);
+    EXPECT_FALSE(m_delegate->has("reconnect:10020"));
+    vrqtest::ManualClock::advance(1s);
+    EXPECT_EQ(m_delegate->count("reconnect:10020"), 1u);
+    EXPECT_EQ(m_player->gameStatus(), VRQGameStatusReconnecting);
+
+    m_client->firstFrame();
+    m_player->pauseResumeGame(true);
+    vrqtest::ManualClock::advance(10s);
+    EXPECT_EQ(m_delegate->count("reconnect:10020"), 1u);
+    EXPECT_EQ(m_client->count("send:ack:"), 1u) << "the pause went to the server";
+}
+
+TEST_F(PlayerTest, NoFirstFrameWithinTheConnectTimeoutEndsWith10009)
+{
+    m_player->setConnectTimeout(2.0);
+    start(false);
+    m_player->setConnectTimeout(60.0); // a timeout armed already keeps its delay
+    vrqtest::ManualClock::advance(1900ms);
+    EXPECT_EQ(m_player->gameStatus(), VRQGameStatusInited);
+    vrqtest::ManualClock::advance(200ms);
+    EXPECT_EQ(m_delegate->events(), (std::vector<std::string>{"init", "failure:10009"}));
+    EXPECT_EQ(m_client->count("close"), 1u);
+    EXPECT_TRUE(m_logs.contains("onConnectTimeout videoFrame:{{0, 0}, {1280, 720}}"));
+}
+
 class RecordingChannelDelegate : public VRQCustomTransChannelDelegate {
 public:
     void onConnSuccessAtRemotePort(std::int32_t port) override { events.push_back("success:" + std::to_string(port)); }
@@ -370,10 +420,12 @@ public:
 };
 
 // A binding reply must name the channel it binds; one that names another, or
-// none, fails the binding rather than leaving the host waiting.
-TEST_F(PlayerTest, ABindingReplyForAnotherChannelFailsTheBinding)
+// none, fails the binding rather than leaving the host waiting, and so does
+// no reply within the time limit.
+TEST_F(PlayerTest, ABindingFailsWithoutAReplyForItsOwnChannel)
 {
     for (const auto& [reply, expected] : std::vector<std::pair<json, std::string>>{
+             {nullptr, "failed:10021:7000"},
              {{{"type", "udp_trans"}, {"code", 0}, {"label", "custom_trans_999"}}, "failed:-3:7000"},
              {{{"type", "udp_trans"}, {"code", 0}}, "failed:-3:7000"},
              {{{"type", "udp_trans"}, {"code", 0}, {"label", "<own>"}}, "success:7000"},
@@ -385,10 +437,14 @@ TEST_F(PlayerTest, ABindingReplyForAnotherChannelFailsTheBinding)
         ASSERT_TRUE(vrq::runMainLoopUntil([&] { return m_client->calls().back().rfind("send:ack:", 0) == 0; }, 5s));
         const json request = json::parse(m_client->calls().back().substr(9));
         EXPECT_EQ(request["data"]["label"], channel->channelLabel());
-        json data = reply;
-        if (data.value("label", "") == "<own>")
-            data["label"] = channel->channelLabel();
-        receive("ack", json({{"seq", request["seq"]}, {"data", data}}).dump());
+        if (reply.is_null()) {
+            vrqtest::ManualClock::advance(10s); // the acknowledged messages' time limit
+        } else {
+            json data = reply;
+            if (data.value("label", "") == "<own>")
+                data["label"] = channel->channelLabel();
+            receive("ack", json({{"seq", request["seq"]}, {"data", data}}).dump());
+        }
         ASSERT_TRUE(vrq::runMainLoopUntil([&] { return !delegate->events.empty(); }, 5s)) << reply;
         EXPECT_EQ(delegate->events, std::vector<std::string>{expected}) << reply;
         channel->close();

@@ -1,8 +1,8 @@
+#include "support/CapturingLogDelegate.h"
+#include "support/TempHome.h"
 #include "vrq/log/VRQLog.h"
 #include "vrq/log/VRQLogManager.h"
 #include "vrq/platform/services/UserDefaults.h"
-#include "support/CapturingLogDelegate.h"
-#include "support/TempHome.h"
 
 #include <gtest/gtest.h>
 

@@ -1,13 +1,13 @@
-#include "vrq/utils/VRQRemoteSession.h"
+#include "support/CapturingLogDelegate.h"
+#include "support/LoopbackHttpServer.h"
+#include "support/TempHome.h"
 #include "vrq/log/VRQLogManager.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/monitor/VRQSDKReport.h"
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/services/NetworkFlagsSource.h"
-#include "support/CapturingLogDelegate.h"
-#include "support/LoopbackHttpServer.h"
-#include "support/TempHome.h"
 #include "vrq/utils/VRQHttpHelper.h"
+#include "vrq/utils/VRQRemoteSession.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-#include "vrq/platform/services/LogBackend.h"
 #include "support/TempHome.h"
+#include "vrq/platform/services/LogBackend.h"
 
 #include <gtest/gtest.h>
 

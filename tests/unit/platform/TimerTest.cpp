@@ -77,3 +77,28 @@ TEST(TimerTest, ATickIsNotQueuedTwiceWhileTheTargetIsBusy)
     EXPECT_EQ(fired, 1);
     timer->cancel();
 }
+
+TEST(TimerTest, OnAManualClockTimersFireWhenTimeIsMovedAndEnormousDelaysNever)
+{
+    Timer::setManualClock(true);
+    std::atomic<int> oneShot{0}, repeating{0}, never{0};
+    auto first = Timer::onGlobal(1000ms, false, [&] { ++oneShot; });
+    auto second = Timer::onGlobal(300ms, true, [&] { ++repeating; });
+    auto third = Timer::onGlobal(Timer::Duration::max(), false, [&] { ++never; });
+    auto fourth = Timer::onGlobal(std::chrono::hours(24 * 365 * 400), true, [&] { ++never; });
+
+    Timer::advanceClock(999ms);
+    vrq::runMainLoopUntil([&] { return repeating.load() >= 1; }, 2s);
+    EXPECT_EQ(oneShot.load(), 0) << "time stands still until it is moved";
+    for (int step = 0; step < 10; ++step) {
+        Timer::advanceClock(300ms);
+        const int expected = step + 2;
+        ASSERT_TRUE(vrq::runMainLoopUntil([&] { return repeating.load() >= expected; }, 2s)) << step;
+    }
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return oneShot.load() == 1; }, 2s));
+    Timer::advanceClock(std::chrono::hours(24 * 365 * 100));
+    vrq::runMainLoopUntil([] { return false; }, 50ms);
+    EXPECT_EQ(never.load(), 0);
+    EXPECT_EQ(oneShot.load(), 1);
+    Timer::setManualClock(false);
+}

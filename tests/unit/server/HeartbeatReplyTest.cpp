@@ -1,7 +1,7 @@
 #include "HeartbeatReply.h"
 
-#include "vrq/monitor/VRQSDKMonitor.h"
 #include "support/TempHome.h"
+#include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/utils/VRQJsonHelpers.h"
 
 #include <gtest/gtest.h>

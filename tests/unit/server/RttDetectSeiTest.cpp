@@ -1,9 +1,9 @@
 #include "RttDetectSei.h"
 
+#include "support/TempHome.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/monitor/VRQSDKReport.h"
 #include "vrq/platform/dispatch/MainLoop.h"
-#include "support/TempHome.h"
 
 #include <gtest/gtest.h>
 
