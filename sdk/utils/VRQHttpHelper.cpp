@@ -72,9 +72,11 @@ std::string redactedUrl(const std::string& url)
     return out;
 }
 
+// Log lines and records may carry outside bytes that are not UTF-8: they are
+// sent replaced (U+FFFD) rather than losing the whole bulk.
 std::string jsonBytes(const nlohmann::json& dic)
 {
-    return dic.dump(-1, ' ', false, nlohmann::json::error_handler_t::strict);
+    return dic.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
 void send(vrq::HttpRequest request, VRQHttpHelper::FinishBlock finishBlk, bool logFailure)
