@@ -16,6 +16,7 @@
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/dispatch/Timer.h"
 #include "vrq/platform/services/HttpTransport.h"
+#include "vrq/rtc/VRQWebrtcClient.h"
 #include "vrq/utils/VRQHttpHelper.h"
 
 #include <algorithm>
@@ -72,6 +73,9 @@ bool PlayApp::startBackend()
             return false;
         }
         m_backendOrigin = m_server->origin();
+        // The game server is on this loopback address: so is the kit's end
+        // of every connection, whatever other interfaces the machine has.
+        VRQWebrtClient::setIceAddresses({m_options.bundledHost});
         if (metricsOrigin.empty())
             metricsOrigin = m_backendOrigin;
         m_metricsToBundled = metricsOrigin == m_backendOrigin;

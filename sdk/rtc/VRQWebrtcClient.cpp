@@ -86,6 +86,25 @@ VRQWebrtClient::~VRQWebrtClient()
         pc->close();
 }
 
+namespace {
+
+std::mutex gIceAddressesMutex;
+std::vector<std::string> gIceAddresses;
+
+} // namespace
+
+void VRQWebrtClient::setIceAddresses(std::vector<std::string> addresses)
+{
+    std::lock_guard lock(gIceAddressesMutex);
+    gIceAddresses = std::move(addresses);
+}
+
+std::vector<std::string> VRQWebrtClient::iceAddresses()
+{
+    std::lock_guard lock(gIceAddressesMutex);
+    return gIceAddresses;
+}
+
 void VRQWebrtClient::createPcFactory()
 {
     vrq::rtc::initializeEngine();
@@ -117,7 +136,9 @@ std::shared_ptr<PeerConnection> VRQWebrtClient::connection() const
 void VRQWebrtClient::createPeerconnection()
 {
     VRQ_LOG(1, "createPeerconnection");
-    auto pc = PeerConnection::create(Configuration{}, this);
+    Configuration configuration;
+    configuration.iceAddresses = iceAddresses();
+    auto pc = PeerConnection::create(configuration, this);
     // Each connection's first decoded frame is announced again.
     m_playView->resetFirstFrame();
     pc->setVideoSink(std::shared_ptr<vrq::rtc::VideoSink>(m_playView, m_playView.get()));
@@ -175,10 +196,20 @@ void VRQWebrtClient::setLocalSDP(const SessionDescription& description)
 void VRQWebrtClient::setRemoteSdp(const std::string& sdp)
 {
     VRQ_LOG(1, "answer sdp:%s", sdp.c_str());
-    auto pc = connection();
-    if (!pc)
-        return;
     std::weak_ptr<VRQWebrtClient> weak = weak_from_this();
+    auto pc = connection();
+    if (!pc) {
+        // Nothing to apply it to: the caller hears so, as from the engine's thread.
+        vrq::dispatchGlobalAsync([weak] {
+            auto self = weak.lock();
+            if (!self)
+                return;
+            VRQ_LOG_UPLOAD(3, "setRemoteSdp error %s", "no peer connection");
+            if (self->delegate())
+                self->delegate()->onSetRemoteDescriptionFailed(VRQError{"VRQRtc", 1, "no peer connection"});
+        });
+        return;
+    }
     pc->setRemoteDescription({SdpType::Answer, sdp}, [weak, sdp](std::optional<Error> error) {
         auto self = weak.lock();
         if (!self)
@@ -260,10 +291,25 @@ void VRQWebrtClient::closeAllDataChannel()
         std::lock_guard lock(m_mutex);
         channels.swap(m_dataChannelList);
     }
-    for (auto& [label, channel] : channels) {
-        channel->setObserver(nullptr);
-        channel->close();
-    }
+    for (auto& [label, channel] : channels)
+        closeLocally(label, channel);
+}
+
+// A channel closed from this side no longer reports its own state changes
+// (the next connection's channel of the same label will): its handler hears
+// closing and closed from here, in that order, as other state changes arrive.
+void VRQWebrtClient::closeLocally(const std::string& label, const std::shared_ptr<DataChannel>& channel)
+{
+    channel->setObserver(nullptr);
+    channel->close();
+    auto handler = handlerFor(label);
+    if (!handler)
+        return;
+    vrq::dispatchGlobalAsync([weakHandler = std::weak_ptr<VRQWebRTCDataHandler>(handler), label] {
+        for (const auto state : {DataChannelState::Closing, DataChannelState::Closed})
+            if (auto target = weakHandler.lock())
+                target->dataChannelDidChangeState(static_cast<std::int32_t>(state), label);
+    });
 }
 
 bool VRQWebrtClient::createDataChannelWithLabel(const std::string& label)
@@ -319,10 +365,8 @@ void VRQWebrtClient::closeDataChannelWithLabel(const std::string& label)
             m_dataChannelList.erase(it);
         }
     }
-    if (channel) {
-        channel->setObserver(nullptr);
-        channel->close();
-    }
+    if (channel)
+        closeLocally(label, channel);
 }
 
 std::int32_t VRQWebrtClient::getDataChannelState(const std::string& label) const

@@ -14,6 +14,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 class VRQGameVideoView;
 class VRQSdkRtcDelegate;
@@ -56,6 +57,13 @@ public:
     virtual bool sendRawData(const std::string& data, const std::string& label, bool isBinary);
     void setVolume(float volume);
 
+    // The local addresses every connection made from now on gathers ICE
+    // candidates on (e.g. {"127.0.0.1"} for a server on loopback). Empty, the
+    // default: the addresses in $VRQ_ICE_ADDRESSES (comma separated) or, when
+    // that is unset too, every address of the machine. Process-wide.
+    static void setIceAddresses(std::vector<std::string> addresses);
+    static std::vector<std::string> iceAddresses();
+
     bool isPlanB() const;
     void getH264Info(std::string& profile, int& payloadType) const;
     // SEI payload from the decoder: a "rtt_detect" text goes, minus its first
@@ -85,6 +93,7 @@ private:
     void createPeerconnection();
     void closePeerconnection();
     void closeAllDataChannel();
+    void closeLocally(const std::string& label, const std::shared_ptr<vrq::rtc::DataChannel>& channel);
     bool createDataChannelWithLabel(const std::string& label, bool isInner);
     void setLocalSDP(const vrq::rtc::SessionDescription& description);
     void onTimeSendHeartbeat();

@@ -101,6 +101,12 @@ bool DataChannelImpl::sendData(const DataBuffer& buffer)
         sent = gst_webrtc_data_channel_send_data_full(m_channel, bytes, &error);
         g_bytes_unref(bytes);
     } else {
+        // A text message goes out as a C string: one with a zero byte would be
+        // cut short there, so it is refused whole.
+        if (buffer.data.find('\0') != std::string::npos) {
+            RTC_LOG(logging::kWarning, "send on \"%s\" refused: a text message cannot hold a zero byte", m_label.c_str());
+            return false;
+        }
         sent = gst_webrtc_data_channel_send_string_full(m_channel, buffer.data.c_str(), &error);
     }
     if (error) {

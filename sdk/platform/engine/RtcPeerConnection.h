@@ -45,6 +45,11 @@ struct Configuration {
     // this long is reported disconnected (ICE's own keepalives take tens of
     // seconds to notice a peer that vanished). 0 turns the check off.
     int disconnectTimeoutMs = 3000;
+    // Once the remote description is applied, ICE must connect within this
+    // long, or the connection is reported failed: candidates that nobody
+    // answers would otherwise keep it checking for a long time. 0 turns the
+    // bound off.
+    int iceConnectTimeoutMs = 5000;
 };
 
 // One WebRTC peer connection over webrtcbin, on the offering side. Every
@@ -78,9 +83,11 @@ public:
     // Volume of the received audio, 0.0 to 1.0 (and above, amplified).
     virtual void setAudioVolume(double volume) = 0;
 
-    // Stops media and channels and clears the observer; no callback follows
-    // once it returns (it waits for callbacks running on other threads, and may
-    // be called from inside a callback). Destroying the connection closes it.
+    // Stops media and channels and clears the observer; no observer event
+    // follows once it returns (it waits for callbacks running on other
+    // threads, and may be called from inside a callback). Operations asked
+    // for afterwards complete at once with an error. Destroying the
+    // connection closes it.
     virtual void close() = 0;
 };
 

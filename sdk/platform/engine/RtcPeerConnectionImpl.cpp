@@ -257,10 +257,12 @@ void PeerConnectionImpl::post(Task task)
     });
 }
 
+// A request that fails at once still completes on the engine's queue, also
+// on a closed connection: the caller asked, and hears the answer.
 void PeerConnectionImpl::postError(std::function<void(Error)> completion, ErrorCode code, std::string message)
 {
     RTC_LOG(logging::kWarning, "%s", message.c_str());
-    post([completion = std::move(completion), error = Error{kErrorDomain, code, std::move(message)}](PeerConnectionImpl&) {
+    m_queue->async([completion = std::move(completion), error = Error{kErrorDomain, code, std::move(message)}] {
         completion(error);
     });
 }
@@ -452,6 +454,8 @@ void PeerConnectionImpl::setRemoteDescription(const SessionDescription& descript
                 result = connection.attachSendMedia();
             if (result)
                 RTC_LOG(logging::kWarning, "remote description failed: %s", result->description.c_str());
+            else
+                connection.startIceDeadline();
             completion(result);
         });
     });
@@ -691,6 +695,10 @@ void PeerConnectionImpl::updateStates()
 {
     PeerConnectionState state = stateFromGst(m_gstState);
     IceConnectionState iceState = iceStateFromGst(m_gstIceState);
+    if (m_unreachable) {
+        state = PeerConnectionState::Failed;
+        iceState = IceConnectionState::Failed;
+    }
     if (m_silent) {
         if (state == PeerConnectionState::Connected)
             state = PeerConnectionState::Disconnected;
@@ -723,12 +731,44 @@ void PeerConnectionImpl::postIceState(IceConnectionState state)
     });
 }
 
+// The remote description is in: ICE has a bounded time to connect.
+void PeerConnectionImpl::startIceDeadline()
+{
+    std::lock_guard lock(m_mutex);
+    if (m_configuration.iceConnectTimeoutMs > 0 && !iceReached(m_gstIceState))
+        m_iceDeadlineNs = steadyNs() + std::int64_t{m_configuration.iceConnectTimeoutMs} * 1'000'000;
+}
+
+bool PeerConnectionImpl::iceReached(GstWebRTCICEConnectionState state)
+{
+    return state == GST_WEBRTC_ICE_CONNECTION_STATE_CONNECTED || state == GST_WEBRTC_ICE_CONNECTION_STATE_COMPLETED;
+}
+
+// Candidates that can never connect leave ICE checking for a long time (or
+// for ever): past the deadline the connection is reported failed.
+void PeerConnectionImpl::checkIceDeadline()
+{
+    if (m_iceDeadlineNs == 0 || m_unreachable)
+        return;
+    if (iceReached(m_gstIceState)) {
+        m_iceDeadlineNs = 0;
+        return;
+    }
+    if (steadyNs() < m_iceDeadlineNs)
+        return;
+    m_unreachable = true;
+    RTC_LOG(logging::kWarning, "ICE did not connect within %d ms: no candidate pair is reachable",
+            m_configuration.iceConnectTimeoutMs);
+    updateStates();
+}
+
 void PeerConnectionImpl::checkSilence()
 {
     const std::int64_t silentNs = steadyNs() - m_inbound->lastNs.load();
     std::lock_guard lock(m_mutex);
     if (m_closed)
         return;
+    checkIceDeadline();
     const bool armed = m_configuration.disconnectTimeoutMs > 0 && m_gstState == GST_WEBRTC_PEER_CONNECTION_STATE_CONNECTED
                        && !m_branches.empty();
     const bool silent = armed && silentNs > std::int64_t{m_configuration.disconnectTimeoutMs} * 1'000'000;

@@ -123,6 +123,9 @@ private:
     void updateStates(); // m_mutex held
     void postIceState(IceConnectionState state);
     void checkSilence();
+    void startIceDeadline();
+    void checkIceDeadline(); // with m_mutex held
+    static bool iceReached(GstWebRTCICEConnectionState state);
     std::optional<Error> attachSendMedia();
     void readGatheredDescription();
 
@@ -168,6 +171,8 @@ private:
     GstWebRTCPeerConnectionState m_gstState = GST_WEBRTC_PEER_CONNECTION_STATE_NEW;  // guarded by m_mutex
     GstWebRTCICEConnectionState m_gstIceState = GST_WEBRTC_ICE_CONNECTION_STATE_NEW; // guarded by m_mutex
     bool m_silent = false;                                         // guarded by m_mutex
+    std::int64_t m_iceDeadlineNs = 0; // steady time by which ICE must connect; 0: none (guarded by m_mutex)
+    bool m_unreachable = false;       // the deadline passed without a connection (guarded by m_mutex)
     PeerConnectionState m_state = PeerConnectionState::New;        // guarded by m_mutex
     IceConnectionState m_iceState = IceConnectionState::New;       // guarded by m_mutex
     bool m_gatheringComplete = false;                              // guarded by m_mutex

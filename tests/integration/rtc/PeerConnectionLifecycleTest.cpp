@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <regex>
 #include <thread>
 
 namespace vrqtest::rtc {
@@ -72,6 +73,8 @@ TEST(PeerConnectionLifecycleTest, SendingOnAChannelThatIsNotOpenYetFails)
     EXPECT_EQ(peer.channel->readyState(), DataChannelState::Closed);
 }
 
+// After close() no event reaches the observer, and what is asked for
+// afterwards fails at once: a caller is never left waiting.
 TEST(PeerConnectionLifecycleTest, OperationsAfterCloseFailOrDoNothing)
 {
     OfferedPeer peer;
@@ -82,7 +85,16 @@ TEST(PeerConnectionLifecycleTest, OperationsAfterCloseFailOrDoNothing)
     EXPECT_EQ(peer.connection->createDataChannel("late", true), nullptr);
     Await<DescriptionResult> offered;
     peer.connection->offer(describe(offered));
-    EXPECT_FALSE(offered.wait(300ms)) << "no completion follows close()";
+    const auto offer = offered.wait();
+    ASSERT_TRUE(offer);
+    EXPECT_FALSE(offer->first);
+    ASSERT_TRUE(offer->second);
+    EXPECT_EQ(offer->second->description, "the connection is closed");
+    Await<std::optional<vrq::rtc::Error>> applied;
+    peer.connection->setRemoteDescription({SdpType::Answer, "v=0\r\n"}, applied.callback());
+    const auto failure = applied.wait();
+    ASSERT_TRUE(failure && *failure);
+    EXPECT_EQ((*failure)->description, "the connection is closed");
     peer.connection->close();
     EXPECT_EQ(peer.events.calls(), callsBeforeClose);
 }
@@ -220,5 +232,26 @@ INSTANTIATE_TEST_SUITE_P(Triggers, PeerConnectionCloseInCallbackTest,
                          [](const ::testing::TestParamInfo<ClosingRecorder::Trigger>& trigger) {
                              return trigger.param == ClosingRecorder::Trigger::FirstFrame ? "FirstFrameOnStreamingThread" : "ConnectedOnEngineThread";
                          });
+
+// An answer whose candidates nobody answers (its ports rewritten to the
+// discard port, where nothing listens) never connects: the engine says so
+// itself, within its bound, instead of leaving the connection checking.
+TEST(PeerConnectionLifecycleTest, UnreachableCandidatesFailWithinTheIceBound)
+{
+    ConnectedPair pair;
+    pair.iceConnectTimeoutMs = 600;
+    pair.waitForConnection = false;
+    pair.editAnswer = [](const std::string& sdp) {
+        static const std::regex candidatePort(R"((a=candidate:\S+ \d+ \S+ \d+ \S+ )\d+)");
+        return std::regex_replace(sdp, candidatePort, "$019");
+    };
+    ASSERT_EQ(pair.connect(), std::nullopt);
+    ASSERT_NE(pair.answerSdp.find(" 9 typ host"), std::string::npos) << pair.answerSdp;
+    ASSERT_TRUE(waitUntil([&] { return pair.offererEvents.reached(PeerConnectionState::Failed); }, 10s));
+    const auto waited = Clock::now() - pair.answerAppliedAt;
+    EXPECT_LT(waited, 3s) << "the failure came from the bound, not from a later give-up";
+    EXPECT_FALSE(pair.offererEvents.reached(PeerConnectionState::Connected));
+    pair.close();
+}
 
 } // namespace vrqtest::rtc

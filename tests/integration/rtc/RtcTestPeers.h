@@ -323,6 +323,10 @@ struct ConnectedPair {
     Clock::time_point offerSetAt;
     Clock::time_point answerAppliedAt;
     int disconnectTimeoutMs = Configuration{}.disconnectTimeoutMs;
+    int iceConnectTimeoutMs = Configuration{}.iceConnectTimeoutMs;
+    // Applied to the answer before the offerer sees it.
+    std::function<std::string(const std::string&)> editAnswer;
+    bool waitForConnection = true;
 
     // Returns an explanation when a step failed.
     std::optional<std::string> connect()
@@ -332,6 +336,7 @@ struct ConnectedPair {
         Configuration receiving;
         receiving.jitterBufferLatencyMs = 20;
         receiving.disconnectTimeoutMs = disconnectTimeoutMs;
+        receiving.iceConnectTimeoutMs = iceConnectTimeoutMs;
         offerer = PeerConnection::create(receiving, &offererEvents);
         offerer->setVideoSink(frames);
         for (const char* label : kFixedLabels) {
@@ -377,14 +382,14 @@ struct ConnectedPair {
         auto complete = gathered.wait();
         if (!complete || !complete->first)
             return "no gathered answer";
-        answerSdp = complete->first->sdp;
+        answerSdp = editAnswer ? editAnswer(complete->first->sdp) : complete->first->sdp;
 
         Await<std::optional<vrq::rtc::Error>> answerApplied;
         offerer->setRemoteDescription({SdpType::Answer, answerSdp}, answerApplied.callback());
         if (auto set = answerApplied.wait(); !set || *set)
             return "answer not applied: " + (set && *set ? (*set)->toString() : std::string("timeout"));
         answerAppliedAt = Clock::now();
-        if (!waitUntil([&] { return offererEvents.reached(PeerConnectionState::Connected); }))
+        if (waitForConnection && !waitUntil([&] { return offererEvents.reached(PeerConnectionState::Connected); }))
             return "never connected";
         return std::nullopt;
     }

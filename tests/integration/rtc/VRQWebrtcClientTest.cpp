@@ -63,7 +63,12 @@ struct RecordingRtcDelegate : VRQSdkRtcDelegate {
 
 // A channel consumer that records what it gets and on which thread.
 struct RecordingHandler : VRQWebRTCDataHandler {
-    void dataChannelDidChangeState(std::int32_t state, const std::string&) override { lastState = state; }
+    void dataChannelDidChangeState(std::int32_t state, const std::string&) override
+    {
+        lastState = state;
+        std::lock_guard lock(mutex);
+        states.push_back(state);
+    }
     void onReceiveMsg(const vrq::rtc::DataBuffer& buffer, const std::string& label) override
     {
         std::lock_guard lock(mutex);
@@ -74,6 +79,7 @@ struct RecordingHandler : VRQWebRTCDataHandler {
     }
     std::mutex mutex;
     std::vector<std::pair<std::string, std::string>> messages;
+    std::vector<std::int32_t> states;
     bool offMain = true;
     std::atomic<int> lastState{-1};
     std::function<void(const vrq::rtc::DataBuffer&)> onMessage;
@@ -299,6 +305,51 @@ TEST_F(VRQWebrtcClientTest, AVanishedServerLeadsToOnDisconnectionAndReconnectMak
     client->reConnect();
     ASSERT_TRUE(vrq::runMainLoopUntil([&] { return delegate.localReady.load(); }, 10s));
     EXPECT_NE(client->getClientSession()["sdp"], firstOffer);
+}
+
+TEST_F(VRQWebrtcClientTest, AnAnswerAfterCloseFailsInsteadOfWaitingForever)
+{
+    client->close();
+    client->setRemoteSdp("v=0\r\n");
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] {
+        std::lock_guard lock(delegate.mutex);
+        return delegate.remoteFailure.has_value();
+    }, 5s));
+    std::lock_guard lock(delegate.mutex);
+    EXPECT_EQ(delegate.remoteFailure->description, "the connection is closed");
+}
+
+// A channel closed from this side (a reconnect, closeDataChannelWithLabel)
+// tells its handler, closing then closed, before the next one opens.
+TEST_F(VRQWebrtcClientTest, ChannelsClosedHereReportClosingAndClosed)
+{
+    auto km = std::make_shared<RecordingHandler>();
+    auto custom = std::make_shared<RecordingHandler>();
+    client->registDataChannelHandler(km, "km");
+    connect();
+    client->registDataChannelHandler(custom, "custom_trans_1");
+    ASSERT_TRUE(client->createDataChannelWithLabel("custom_trans_1"));
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return custom->lastState.load() == 1 && km->lastState.load() == 1; }, 5s));
+
+    client->closeDataChannelWithLabel("custom_trans_1");
+    client->reConnect();
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return km->lastState.load() == 3 && custom->lastState.load() == 3; }, 5s));
+    std::lock_guard lock(km->mutex);
+    EXPECT_EQ(km->states, (std::vector<std::int32_t>{1, 2, 3}));
+    std::lock_guard customLock(custom->mutex);
+    EXPECT_EQ(custom->states, (std::vector<std::int32_t>{1, 2, 3}));
+}
+
+TEST_F(VRQWebrtcClientTest, TextWithAZeroByteIsRefusedWholeNotCutShort)
+{
+    connect();
+    EXPECT_FALSE(client->sendRawData(std::string("before\0after", 12), "km"));
+    EXPECT_TRUE(log.contains("label[km] data sendData data failed, data.length:12"));
+    EXPECT_TRUE(client->sendRawData("whole", "km"));
+    const auto& serverLog = server->latestSession()->messageLog();
+    ASSERT_TRUE(serverLog.waitUntil([](const auto& m) { return !m.empty() && m.back().bytes == "whole"; }, 5s));
+    for (const auto& message : serverLog.messagesOn("km"))
+        EXPECT_NE(message.bytes, "before") << "a cut text reached the server";
 }
 
 } // namespace
