@@ -6,6 +6,7 @@
 
 #include "vrq/core/VRQGameController.h"
 #include "vrq/platform/services/HttpTransport.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 namespace {
 
@@ -127,7 +128,8 @@ void PlaySession::startWithRemoteSession(const std::string& remoteSession)
 void PlaySession::registerExperienceOffer(const std::string& clientSession)
 {
     const nlohmann::json body = {{"experience_code", m_settings.experienceCode}, {"client_session", clientSession}};
-    postToBackEnd("/ExperienceOffer", body.dump(), "application/json", [](PlaySession& self, const vrq::HttpResponse& response) {
+    // The code comes from the command line and may hold any bytes.
+    postToBackEnd("/ExperienceOffer", vrq_jsonText(body), "application/json", [](PlaySession& self, const vrq::HttpResponse& response) {
         const auto answer = nlohmann::json::parse(response.body, nullptr, false);
         const bool accepted = response.status == 200 && (!answer.is_object() || answer.value("Code", 0) == 0);
         if (!accepted)
