@@ -24,8 +24,7 @@ public:
         m_pc = vrq::rtc::PeerConnection::create({}, this);
         m_pc->setVideoSink(m_counter);
         for (const char* label : kLabels) {
-            auto channel = m_pc->createDataChannel(label, true);
-            channel->setObserver(this);
+            auto channel = m_pc->createDataChannel(label, true, this);
             m_channels.push_back(channel);
         }
         m_pc->addRecvOnlyTransceiver(vrq::rtc::MediaType::Video);

@@ -337,10 +337,9 @@ bool VRQWebrtClient::createDataChannelWithLabel(const std::string& label, bool i
         if (m_dataChannelList.size() >= kMaxDataChannels)
             return false;
     }
-    auto channel = pc->createDataChannel(label, true);
+    auto channel = pc->createDataChannel(label, true, this);
     if (!channel)
         return false;
-    channel->setObserver(this);
     std::shared_ptr<DataChannel> replaced;
     {
         std::lock_guard lock(m_mutex);

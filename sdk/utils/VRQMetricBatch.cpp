@@ -2,12 +2,38 @@
 
 #include "vrq/platform/dispatch/SerialQueue.h"
 
+#include <cstdlib>
+#include <mutex>
+
+namespace {
+
+// The batches' queues live until the process ends and may be posting (signing
+// with OpenSSL) while it exits. The libraries tear themselves down after the
+// exit handlers have run: this one lets a post in flight finish and lets no
+// other start, so that none meets a library already gone.
+std::mutex& exitMutex()
+{
+    static auto* mutex = new std::mutex; // never destroyed: used until the very end
+    return *mutex;
+}
+bool gExiting = false; // guarded by exitMutex()
+
+void stopPostingAtExit()
+{
+    std::lock_guard lock(exitMutex());
+    gExiting = true;
+}
+
+} // namespace
+
 VRQMetricBatch::VRQMetricBatch(const std::string& queueLabel, std::string metric, std::size_t batchSize, Post post)
     : m_metric(std::move(metric))
     , m_batchSize(batchSize)
     , m_post(std::move(post))
     , m_queue(std::make_unique<vrq::SerialQueue>(queueLabel))
 {
+    static std::once_flag once;
+    std::call_once(once, [] { std::atexit(stopPostingAtExit); });
 }
 
 VRQMetricBatch::~VRQMetricBatch() = default;
@@ -38,7 +64,8 @@ void VRQMetricBatch::waitUntilIdle()
 
 void VRQMetricBatch::postPending()
 {
-    if (m_pending.empty())
+    std::lock_guard lock(exitMutex());
+    if (m_pending.empty() || gExiting)
         return;
     const nlohmann::json body = {{"metric", m_metric}, {"bulk", std::move(m_pending)}};
     m_pending.clear();

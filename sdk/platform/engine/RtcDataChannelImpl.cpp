@@ -34,10 +34,15 @@ std::string labelOf(GstWebRTCDataChannel* channel)
 
 } // namespace
 
-std::shared_ptr<DataChannelImpl> DataChannelImpl::wrap(GstWebRTCDataChannel* channel, std::shared_ptr<SerialQueue> queue)
+std::shared_ptr<DataChannelImpl> DataChannelImpl::wrap(GstWebRTCDataChannel* channel, std::shared_ptr<SerialQueue> queue,
+                                                       DataChannelObserver* observer)
 {
     std::shared_ptr<DataChannelImpl> wrapped(new DataChannelImpl(channel, labelOf(channel), std::move(queue)));
+    // Set before any signal can post an event, so that none is delivered to nobody.
+    wrapped->m_observer->reset(observer);
     wrapped->connectSignals();
+    if (observer && wrapped->m_state.load() != DataChannelState::Connecting)
+        wrapped->post(Event::StateChanged);
     return wrapped;
 }
 

@@ -25,7 +25,10 @@ namespace vrq::rtc {
 class DataChannelImpl final : public DataChannel {
 public:
     // Takes a reference to the channel.
-    static std::shared_ptr<DataChannelImpl> wrap(GstWebRTCDataChannel* channel, std::shared_ptr<SerialQueue> queue);
+    // With an observer (a channel made here), a state the channel reached
+    // before its signals were connected is announced as a change.
+    static std::shared_ptr<DataChannelImpl> wrap(GstWebRTCDataChannel* channel, std::shared_ptr<SerialQueue> queue,
+                                                 DataChannelObserver* observer = nullptr);
     ~DataChannelImpl() override;
 
     std::string label() const override { return m_label; }

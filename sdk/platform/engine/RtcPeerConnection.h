@@ -66,7 +66,10 @@ public:
 
     // Offerer: video, then audio, in the order called.
     virtual void addRecvOnlyTransceiver(MediaType type) = 0;
-    virtual std::shared_ptr<DataChannel> createDataChannel(const std::string& label, bool ordered) = 0;
+    // The observer (not owned) hears every state change from the start, also
+    // an open that comes before this returns.
+    virtual std::shared_ptr<DataChannel> createDataChannel(const std::string& label, bool ordered,
+                                                           DataChannelObserver* observer) = 0;
     virtual void offer(DescriptionCompletion completion) = 0;
     virtual void setLocalDescription(const SessionDescription& description, Completion completion) = 0;
     virtual void setRemoteDescription(const SessionDescription& description, Completion completion) = 0;

@@ -313,7 +313,8 @@ void PeerConnectionImpl::addRecvOnlyTransceiver(MediaType type)
     m_transceivers.push_back({type, TransceiverDirection::RecvOnly});
 }
 
-std::shared_ptr<DataChannel> PeerConnectionImpl::createDataChannel(const std::string& label, bool ordered)
+std::shared_ptr<DataChannel> PeerConnectionImpl::createDataChannel(const std::string& label, bool ordered,
+                                                                   DataChannelObserver* observer)
 {
     auto element = webrtc();
     if (!element)
@@ -325,7 +326,7 @@ std::shared_ptr<DataChannel> PeerConnectionImpl::createDataChannel(const std::st
         RTC_LOG(logging::kError, "webrtcbin refused the data channel \"%s\"", label.c_str());
         return nullptr;
     }
-    auto wrapped = DataChannelImpl::wrap(channel, m_queue);
+    auto wrapped = DataChannelImpl::wrap(channel, m_queue, observer);
     gst_object_unref(channel);
     std::lock_guard lock(m_mutex);
     if (m_closed) {

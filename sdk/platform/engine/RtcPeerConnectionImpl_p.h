@@ -57,7 +57,8 @@ public:
     bool start();
 
     void addRecvOnlyTransceiver(MediaType type) override;
-    std::shared_ptr<DataChannel> createDataChannel(const std::string& label, bool ordered) override;
+    std::shared_ptr<DataChannel> createDataChannel(const std::string& label, bool ordered,
+                                                   DataChannelObserver* observer) override;
     void offer(DescriptionCompletion completion) override;
     void answer(DescriptionCompletion completion) override;
     void setLocalDescription(const SessionDescription& description, Completion completion) override;

@@ -2,22 +2,12 @@
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
-#include <openssl/crypto.h>
 #include <openssl/rand.h>
 
 #include <cstdio>
 #include <stdexcept>
 
 namespace vrq {
-
-namespace {
-
-// The kit's background queues sign uploads until the process ends. OpenSSL
-// would free its locks from an exit handler while they still sign (a crash
-// at exit), so it is set up here, before anything else uses it, without one.
-[[maybe_unused]] const bool kCryptoReady = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
-
-} // namespace
 
 std::string randomUuid()
 {

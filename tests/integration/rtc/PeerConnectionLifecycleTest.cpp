@@ -26,7 +26,7 @@ struct OfferedPeer {
     {
         restrictIceToLoopback();
         connection = PeerConnection::create(Configuration{}, &events);
-        channel = connection->createDataChannel("hb", true);
+        channel = connection->createDataChannel("hb", true, nullptr);
         connection->addRecvOnlyTransceiver(MediaType::Video);
         connection->addRecvOnlyTransceiver(MediaType::Audio);
         Await<DescriptionResult> offered;
@@ -82,7 +82,7 @@ TEST(PeerConnectionLifecycleTest, OperationsAfterCloseFailOrDoNothing)
     const int callsBeforeClose = peer.events.calls();
     peer.connection->close();
     EXPECT_EQ(peer.connection->connectionState(), PeerConnectionState::Closed);
-    EXPECT_EQ(peer.connection->createDataChannel("late", true), nullptr);
+    EXPECT_EQ(peer.connection->createDataChannel("late", true, nullptr), nullptr);
     Await<DescriptionResult> offered;
     peer.connection->offer(describe(offered));
     const auto offer = offered.wait();
@@ -188,9 +188,8 @@ TEST_P(PeerConnectionCloseInCallbackTest, NoCallbackFollowsAndTheSenderGoesOn)
     auto offerer = PeerConnection::create(Configuration{}, &events);
     events.setConnection(offerer);
     offerer->setVideoSink(frames);
-    auto channel = offerer->createDataChannel("hb", true);
     ChannelRecorder channelEvents;
-    channel->setObserver(&channelEvents);
+    auto channel = offerer->createDataChannel("hb", true, &channelEvents);
     offerer->addRecvOnlyTransceiver(MediaType::Video);
     offerer->addRecvOnlyTransceiver(MediaType::Audio);
     Await<DescriptionResult> offered;

@@ -168,10 +168,9 @@ TEST_F(PeerConnectionTest, MessagesCrossBothWaysAndKeepTheirKind)
 
 TEST_F(PeerConnectionTest, ChannelAddedAfterConnectingOpensAndCarriesMessages)
 {
-    auto channel = pair().offerer->createDataChannel("custom_trans_1", true);
-    ASSERT_TRUE(channel);
     ChannelRecorder events;
-    channel->setObserver(&events);
+    auto channel = pair().offerer->createDataChannel("custom_trans_1", true, &events);
+    ASSERT_TRUE(channel);
     ASSERT_TRUE(waitUntil([&] { return channel->readyState() == DataChannelState::Open; }));
     ASSERT_TRUE(waitUntil([&] { return pair().answererEvents.remoteChannel("custom_trans_1").has_value(); }));
     EXPECT_TRUE(channel->sendData({"hello", false}));

@@ -340,11 +340,10 @@ struct ConnectedPair {
         offerer = PeerConnection::create(receiving, &offererEvents);
         offerer->setVideoSink(frames);
         for (const char* label : kFixedLabels) {
-            auto channel = offerer->createDataChannel(label, true);
+            auto recorder = std::make_shared<ChannelRecorder>();
+            auto channel = offerer->createDataChannel(label, true, recorder.get());
             if (!channel)
                 return std::string("no channel ") + label;
-            auto recorder = std::make_shared<ChannelRecorder>();
-            channel->setObserver(recorder.get());
             channels[label] = channel;
             channelEvents[label] = recorder;
         }

@@ -329,7 +329,8 @@ TEST_F(VRQWebrtcClientTest, ChannelsClosedHereReportClosingAndClosed)
     connect();
     client->registDataChannelHandler(custom, "custom_trans_1");
     ASSERT_TRUE(client->createDataChannelWithLabel("custom_trans_1"));
-    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return custom->lastState.load() == 1 && km->lastState.load() == 1; }, 5s));
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return custom->lastState.load() == 1 && km->lastState.load() == 1; }, 5s))
+        << "custom " << custom->lastState.load() << " (" << client->getDataChannelState("custom_trans_1") << "), km " << km->lastState.load();
 
     client->closeDataChannelWithLabel("custom_trans_1");
     client->reConnect();

@@ -36,11 +36,10 @@ public:
             return "no peer connection";
         m_connection->setVideoSink(m_frames);
         for (const std::string& label : m_labels) {
-            auto channel = m_connection->createDataChannel(label, true);
+            auto recorder = std::make_shared<rtc::ChannelRecorder>();
+            auto channel = m_connection->createDataChannel(label, true, recorder.get());
             if (!channel)
                 return "no channel " + label;
-            auto recorder = std::make_shared<rtc::ChannelRecorder>();
-            channel->setObserver(recorder.get());
             m_channels[label] = {channel, recorder};
         }
         m_connection->addRecvOnlyTransceiver(vrq::rtc::MediaType::Video);
