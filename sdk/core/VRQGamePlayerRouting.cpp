@@ -24,10 +24,11 @@ std::atomic<std::int32_t> gCustomDataInc{1};
 // A disconnect code is a number or, unlike other members, a string that
 // starts with a number (leading blanks and a sign allowed; the digits are
 // read as far as they go). Anything else is no code.
-std::optional<std::int64_t> disconnectCode(const json& value)
+std::optional<std::int64_t> disconnectCode(const json& message)
 {
-    if (value.is_number_integer() || value.is_number_float())
-        return vrq_longForKey(json{{"code", value}}, "code", 0);
+    const json& value = message.at("code");
+    if (value.is_number())
+        return vrq_longForKey(message, "code", 0);
     if (!value.is_string())
         return std::nullopt;
     const auto& text = value.get_ref<const std::string&>();
@@ -79,7 +80,7 @@ void VRQGamePlayer::onReceiveMsg(const vrq::rtc::DataBuffer& buffer, const std::
 void VRQGamePlayer::onHbMessage(const json& message)
 {
     if (const auto found = message.find("code"); found != message.end() && !found->is_null()) {
-        const auto code = disconnectCode(*found);
+        const auto code = disconnectCode(message);
         if (!code) {
             VRQ_LOG(2, "disconnect code is not a number:%s", vrq_jsonText(*found).c_str());
             return;

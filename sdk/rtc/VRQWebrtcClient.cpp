@@ -196,20 +196,12 @@ void VRQWebrtClient::setLocalSDP(const SessionDescription& description)
 void VRQWebrtClient::setRemoteSdp(const std::string& sdp)
 {
     VRQ_LOG(1, "answer sdp:%s", sdp.c_str());
-    std::weak_ptr<VRQWebrtClient> weak = weak_from_this();
+    // The connection exists from creation on (close() keeps the closed one,
+    // which fails the request at once).
     auto pc = connection();
-    if (!pc) {
-        // Nothing to apply it to: the caller hears so, as from the engine's thread.
-        vrq::dispatchGlobalAsync([weak] {
-            auto self = weak.lock();
-            if (!self)
-                return;
-            VRQ_LOG_UPLOAD(3, "setRemoteSdp error %s", "no peer connection");
-            if (self->delegate())
-                self->delegate()->onSetRemoteDescriptionFailed(VRQError{"VRQRtc", 1, "no peer connection"});
-        });
+    if (!pc)
         return;
-    }
+    std::weak_ptr<VRQWebrtClient> weak = weak_from_this();
     pc->setRemoteDescription({SdpType::Answer, sdp}, [weak, sdp](std::optional<Error> error) {
         auto self = weak.lock();
         if (!self)

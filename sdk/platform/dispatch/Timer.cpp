@@ -4,6 +4,7 @@
 #include "vrq/platform/dispatch/SerialQueue.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -15,10 +16,10 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-// Manual time, for tests: while set, the scheduler reads manualNow instead of the clock.
+// Manual time, for tests: while set, timers read gManualNow instead of the clock.
 std::mutex gClockMutex;
-bool gManualClock = false;
-Clock::time_point gManualNow;
+std::atomic<bool> gManualClock{false}; // written under gClockMutex
+Clock::time_point gManualNow;          // guarded by gClockMutex
 
 // a + b, held at time_point::max() instead of overflowing: an interval of
 // centuries means "never", not "at once".
@@ -224,14 +225,15 @@ std::shared_ptr<Timer> Timer::onQueue(SerialQueue& queue, Duration interval, boo
 
 Clock::time_point Timer::now()
 {
+    if (!gManualClock.load())
+        return Clock::now();
     std::lock_guard lock(gClockMutex);
     return gManualClock ? gManualNow : Clock::now();
 }
 
 bool Timer::isClockManual()
 {
-    std::lock_guard lock(gClockMutex);
-    return gManualClock;
+    return gManualClock.load();
 }
 
 void Timer::setManualClock(bool manual)

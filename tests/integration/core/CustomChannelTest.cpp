@@ -2,6 +2,7 @@
 // to a real UDP port by the reference game.
 #include "integration/core/PlayerSession.h"
 #include "support/LoopbackAddress.h"
+#include "support/RecordingChannelDelegate.h"
 
 #include "vrq/core/VRQCustomTransChannel.h"
 
@@ -74,18 +75,6 @@ private:
     std::thread m_thread;
 };
 
-class RecordingChannelDelegate : public VRQCustomTransChannelDelegate {
-public:
-    void onConnSuccessAtRemotePort(std::int32_t port) override { events.push_back("success:" + std::to_string(port)); }
-    void onConnFailed(const VRQError& error, std::int32_t port) override
-    {
-        events.push_back("failed:" + std::to_string(error.code) + ":" + std::to_string(port));
-    }
-    void onReceiveData(const std::string& data, std::int32_t) override { received.push_back(data); }
-    std::vector<std::string> events; // main thread only
-    std::vector<std::string> received;
-};
-
 TEST(CustomChannelTest, AChannelBindsToAUdpPortAndRelaysBothWays)
 {
     vrqtest::PlayerSession session(vrqtest::loopbackAddress());
@@ -93,7 +82,7 @@ TEST(CustomChannelTest, AChannelBindsToAUdpPortAndRelaysBothWays)
     ASSERT_TRUE(session.play());
     UdpReverseEcho echo(vrqtest::loopbackAddress());
     ASSERT_GT(echo.port(), 0);
-    auto listener = std::make_shared<RecordingChannelDelegate>();
+    auto listener = std::make_shared<vrqtest::RecordingChannelDelegate>();
 
     EXPECT_FALSE(session.player->openCustomTransChannel(0, listener));
     EXPECT_FALSE(session.player->openCustomTransChannel(echo.port(), {}));

@@ -5,6 +5,7 @@
 #include "support/CapturingLogDelegate.h"
 #include "support/FakeRtcClient.h"
 #include "support/ManualClock.h"
+#include "support/RecordingChannelDelegate.h"
 #include "support/RecordingPlayerDelegate.h"
 #include "support/TempHome.h"
 #include "vrq/control/VRQGameVideoView.h"
@@ -409,16 +410,6 @@ TEST_F(PlayerTest, NoFirstFrameWithinTheConnectTimeoutEndsWith10009)
     EXPECT_TRUE(m_logs.contains("onConnectTimeout videoFrame:{{0, 0}, {1280, 720}}"));
 }
 
-class RecordingChannelDelegate : public VRQCustomTransChannelDelegate {
-public:
-    void onConnSuccessAtRemotePort(std::int32_t port) override { events.push_back("success:" + std::to_string(port)); }
-    void onConnFailed(const VRQError& error, std::int32_t port) override
-    {
-        events.push_back("failed:" + std::to_string(error.code) + ":" + std::to_string(port));
-    }
-    std::vector<std::string> events; // main thread only
-};
-
 // A binding reply must name the channel it binds; one that names another, or
 // none, fails the binding rather than leaving the host waiting, and so does
 // no reply within the time limit.
@@ -430,7 +421,7 @@ TEST_F(PlayerTest, ABindingFailsWithoutAReplyForItsOwnChannel)
              {{{"type", "udp_trans"}, {"code", 0}}, "failed:-3:7000"},
              {{{"type", "udp_trans"}, {"code", 0}, {"label", "<own>"}}, "success:7000"},
          }) {
-        auto delegate = std::make_shared<RecordingChannelDelegate>();
+        auto delegate = std::make_shared<vrqtest::RecordingChannelDelegate>();
         auto channel = m_player->openCustomTransChannel(7000, delegate);
         ASSERT_TRUE(channel);
         vrqtest::ManualClock::advance(300ms); // the open channel asks for its binding 200 ms on
