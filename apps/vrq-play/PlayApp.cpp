@@ -174,8 +174,8 @@ std::optional<std::string> PlayApp::writeSnapshot()
         return "no video frame was decoded";
     if (auto error = writeFramePng(*frame, m_options.snapshotPath))
         return error;
-    m_events->emit("snapshot", {{"path", m_options.snapshotPath}, {"width", frame->width}, {"height", frame->height}},
-                   m_options.snapshotPath + " (" + std::to_string(frame->width) + "x" + std::to_string(frame->height) + ")");
+    m_events->emit("snapshot", {{"path", m_options.snapshotPath}, {"width", frame->width()}, {"height", frame->height()}},
+                   m_options.snapshotPath + " (" + std::to_string(frame->width()) + "x" + std::to_string(frame->height()) + ")");
     return std::nullopt;
 }
 

@@ -68,6 +68,7 @@ public:
         return false;
     }
     long frames() const { return m_counter->frames.load(); }
+    vrq::rtc::StartTimeline startTimeline() const { return m_pc->startTimeline(); }
 
     std::atomic<bool> firstFrame{false};
     MessageArrivals arrivals;

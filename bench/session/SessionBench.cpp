@@ -54,7 +54,11 @@ public:
     void onSetRemoteDescriptionFailed(const VRQError&) override {}
     void onSetLocalDescriptionSuccess() override { localSet = true; }
     void onSetLocalDescriptionFailure(const VRQError&) override {}
-    void onFirstFrameDraw() override { firstFrame = true; }
+    void onFirstFrameDraw() override
+    {
+        firstFrameAt = Clock::now();
+        firstFrame = true;
+    }
     void dataChannelDidChangeState(std::int32_t, const std::string&) override {}
     void onReceiveMsg(const vrq::rtc::DataBuffer& buffer, const std::string&) override { arrivals.record(buffer.data); }
 
@@ -68,6 +72,7 @@ public:
     std::shared_ptr<VRQWebrtClient> client;
     std::atomic<bool> localSet{false};
     std::atomic<bool> firstFrame{false};
+    Clock::time_point firstFrameAt; // main thread
     MessageArrivals arrivals;
 };
 
@@ -105,26 +110,95 @@ void benchOfferTime()
     printPair("construction to local description (p50)", "ms", percentile(kitTimes, 0.5), percentile(rawTimes, 0.5));
 }
 
-struct Connected {
-    std::unique_ptr<vrqserver::GameServer> server;
-    double answerToFirstFrameMs = 0;
-};
-
 template <typename Peer>
-bool connect(Peer& peer, vrqserver::GameServer& server, const std::string& offer, double& answerToFirstFrameMs)
+bool applyAnswer(Peer& peer, vrqserver::GameServer& server, const std::string& offer)
 {
     auto answer = answerFrom(server, offer);
     if (!answer)
         return false;
-    const auto start = Clock::now();
     if constexpr (std::is_same_v<Peer, KitClient>)
         peer.client->setRemoteSdp(*answer);
     else
         peer.applyAnswer(*answer);
-    if (!wait([&] { return peer.firstFrame.load(); }))
-        return false;
-    answerToFirstFrameMs = msSince(start);
-    return wait([&] { return peer.connected() && peer.channelsOpen() && server.latestSession()->openChannels().size() == 5; });
+    return true;
+}
+
+template <typename Peer>
+bool connect(Peer& peer, vrqserver::GameServer& server, const std::string& offer)
+{
+    return applyAnswer(peer, server, offer) && wait([&] { return peer.firstFrame.load(); })
+           && wait([&] { return peer.connected() && peer.channelsOpen() && server.latestSession()->openChannels().size() == 5; });
+}
+
+// The steps of a start, in milliseconds after the answer was handed to the engine.
+struct StartSteps {
+    static constexpr const char* kNames[] = {"answer applied", "ICE connected",       "DTLS connected",
+                                             "first RTP packet", "first key frame",   "first frame decoded",
+                                             "handed to the view", "first frame on the main thread"};
+    static constexpr std::size_t kCount = std::size(kNames);
+    std::array<std::vector<double>, kCount> ms;
+
+    void add(const vrq::rtc::StartTimeline& t, Clock::time_point firstFrameOnMain)
+    {
+        if (!t.answerGiven)
+            return;
+        const std::optional<Clock::time_point> steps[kCount] = {t.answerApplied,  t.iceConnected,      t.dtlsConnected,
+                                                                 t.firstRtpPacket, t.firstKeyFrame,     t.firstFrameDecoded,
+                                                                 t.firstFrameDelivered, firstFrameOnMain};
+        for (std::size_t i = 0; i < kCount; ++i) {
+            if (steps[i])
+                ms[i].push_back(msBetween(*t.answerGiven, *steps[i]));
+        }
+    }
+    void print() const
+    {
+        for (std::size_t i = 0; i < kCount; ++i)
+            std::printf("    %-32s p50 %7.1f ms  (%zu starts)\n", kNames[i], percentile(ms[i], 0.5), ms[i].size());
+    }
+};
+
+// Answer handed over to the first decoded frame on the main thread, over
+// several starts against the same server, with the time line of the kit's starts.
+void benchFirstFrame(int width, int height, int fps)
+{
+    constexpr int kStarts = 10;
+    vrqserver::GameServer::Options options;
+    options.video.width = width;
+    options.video.height = height;
+    options.video.fps = fps;
+    options.video.bitrateKbps = width >= 1920 ? 8000 : 4000;
+    auto server = vrqserver::GameServer::start(options);
+    std::vector<double> kitFirst, rawFirst;
+    StartSteps steps;
+    for (int i = 0; i < kStarts; ++i) {
+        {
+            auto kit = KitClient::make();
+            wait([&] { return kit->localSet.load(); });
+            const auto start = Clock::now();
+            if (applyAnswer(*kit, *server, kit->client->getClientSession()["sdp"]) && wait([&] { return kit->firstFrame.load(); })) {
+                const auto timeline = kit->client->startTimeline();
+                kitFirst.push_back(msBetween(timeline.answerGiven.value_or(start), kit->firstFrameAt));
+                steps.add(timeline, kit->firstFrameAt);
+            }
+        }
+        // Each start gets the server to itself: the last session's encoder stops.
+        server->latestSession()->close();
+        {
+            RawOfferer raw;
+            wait([&] { return raw.offer().has_value(); });
+            if (applyAnswer(raw, *server, *raw.offer()) && wait([&] { return raw.firstFrame.load(); })) {
+                const auto timeline = raw.startTimeline();
+                if (timeline.answerGiven && timeline.firstFrameDecoded)
+                    rawFirst.push_back(msBetween(*timeline.answerGiven, *timeline.firstFrameDecoded));
+            }
+        }
+        server->latestSession()->close();
+    }
+    server->stop();
+    char name[96];
+    std::snprintf(name, sizeof name, "answer to first frame %dx%d@%d (p50)", width, height, fps);
+    printPair(name, "ms", percentile(kitFirst, 0.5), percentile(rawFirst, 0.5));
+    steps.print();
 }
 
 // Server to client over "cd": numbered messages, 2 ms apart.
@@ -155,15 +229,13 @@ void benchConnectedSession()
     vrqserver::GameServer::Options options;
     options.video.width = 640;
     options.video.height = 360;
-    std::vector<double> kitFirst, rawFirst, kitLatency, rawLatency;
+    std::vector<double> kitLatency, rawLatency;
     for (int round = 0; round < 3; ++round) {
         auto server = vrqserver::GameServer::start(options);
-        double ms = 0;
         {
             auto kit = KitClient::make();
             wait([&] { return kit->localSet.load(); });
-            if (connect(*kit, *server, kit->client->getClientSession()["sdp"], ms)) {
-                kitFirst.push_back(ms);
+            if (connect(*kit, *server, kit->client->getClientSession()["sdp"])) {
                 auto l = oneWayLatencies(*kit, *server);
                 kitLatency.insert(kitLatency.end(), l.begin(), l.end());
             }
@@ -173,15 +245,13 @@ void benchConnectedSession()
         {
             RawOfferer raw;
             wait([&] { return raw.offer().has_value(); });
-            if (connect(raw, *server, *raw.offer(), ms)) {
-                rawFirst.push_back(ms);
+            if (connect(raw, *server, *raw.offer())) {
                 auto l = oneWayLatencies(raw, *server);
                 rawLatency.insert(rawLatency.end(), l.begin(), l.end());
             }
         }
         server->stop();
     }
-    printPair("answer applied to first frame (p50)", "ms", percentile(kitFirst, 0.5), percentile(rawFirst, 0.5));
     printPair("data-channel one-way latency p50", "ms", percentile(kitLatency, 0.5), percentile(rawLatency, 0.5));
     printPair("data-channel one-way latency p99", "ms", percentile(kitLatency, 0.99), percentile(rawLatency, 0.99));
 }
@@ -312,13 +382,26 @@ void benchReceiveCpu()
 
 } // namespace
 
-int main()
+// Without arguments every benchmark runs; otherwise the named ones
+// ("offer", "first-frame", "latency", "receive").
+int main(int argc, char** argv)
 {
     ::setenv("VRQ_ICE_ADDRESSES", "127.0.0.1", 0);
+    const std::vector<std::string> chosen(argv + 1, argv + argc);
+    const auto runs = [&](const char* name) {
+        return chosen.empty() || std::find(chosen.begin(), chosen.end(), name) != chosen.end();
+    };
     vrq::rtc::initializeEngine();
     std::printf("session benchmarks (kit = VRQWebrtClient, raw = the engine's own peer, same run)\n");
-    benchOfferTime();
-    benchConnectedSession();
-    benchReceiveCpu();
+    if (runs("offer"))
+        benchOfferTime();
+    if (runs("first-frame")) {
+        benchFirstFrame(1280, 720, 30);
+        benchFirstFrame(1920, 1080, 60);
+    }
+    if (runs("latency"))
+        benchConnectedSession();
+    if (runs("receive"))
+        benchReceiveCpu();
     return 0;
 }

@@ -229,6 +229,12 @@ PeerConnectionState VRQWebrtClient::connectionState() const
     return pc ? pc->connectionState() : PeerConnectionState::New;
 }
 
+vrq::rtc::StartTimeline VRQWebrtClient::startTimeline() const
+{
+    auto pc = connection();
+    return pc ? pc->startTimeline() : vrq::rtc::StartTimeline{};
+}
+
 nlohmann::json VRQWebrtClient::getClientSession() const
 {
     std::optional<SessionDescription> local;

@@ -76,6 +76,8 @@ public:
     void setDelegate(VRQSdkRtcDelegate* delegate) { m_delegate.store(delegate); }
     std::optional<std::string> remoteSdp() const;
     vrq::rtc::PeerConnectionState connectionState() const;
+    // When each step of the current connection's start was reached.
+    vrq::rtc::StartTimeline startTimeline() const;
 
     // Pure forms of the offer inspection, on any SDP text.
     static bool isPlanBSdp(const std::string& sdp);

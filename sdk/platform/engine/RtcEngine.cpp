@@ -1,7 +1,9 @@
 #include "vrq/platform/engine/RtcEngine_p.h"
 
+#include "vrq/platform/engine/RtcGst_p.h"
 #include "vrq/platform/engine/RtcPeerConnection.h"
 #include "vrq/platform/services/LogBackend.h"
+#include "vrq/platform/services/SelfSignedCertificate.h"
 
 #include <gst/gst.h>
 
@@ -10,6 +12,7 @@
 #include <filesystem>
 #include <mutex>
 #include <sstream>
+#include <thread>
 
 namespace vrq::rtc {
 namespace {
@@ -24,7 +27,7 @@ bool elementExists(const char* factoryName)
 }
 
 // A missing plugin stops media altogether, so it is reported whatever the engine's level.
-bool checkPlugins()
+bool checkPlugins(const std::string& videoDecoder)
 {
     struct Requirement {
         const char* factory;
@@ -62,24 +65,93 @@ bool checkPlugins()
         logging::logEx(requirement.answerOnly ? logging::kWarning : logging::kError, line);
         complete = complete && requirement.answerOnly;
     }
-    if (engine::videoDecoderFactory().empty()) {
+    if (videoDecoder.empty()) {
         logging::logEx(logging::kError, "(RtcEngine.cpp) no H.264 decoder: install gstreamer1.0-libav (avdec_h264) or openh264dec");
         complete = false;
     }
     return complete;
 }
 
+// The H.264 decoders GStreamer offers, highest rank first.
+std::vector<std::string> rankedH264Decoders()
+{
+    GList* decoders = gst_element_factory_list_get_elements(GST_ELEMENT_FACTORY_TYPE_DECODER | GST_ELEMENT_FACTORY_TYPE_MEDIA_VIDEO,
+                                                            GST_RANK_MARGINAL);
+    gst::CapsPtr h264{gst_caps_from_string("video/x-h264")};
+    GList* usable = gst_element_factory_list_filter(decoders, h264.get(), GST_PAD_SINK, FALSE);
+    usable = g_list_sort(usable, gst_plugin_feature_rank_compare_func);
+    std::vector<std::string> names;
+    for (GList* item = usable; item; item = item->next)
+        names.emplace_back(gst_plugin_feature_get_name(static_cast<GstPluginFeature*>(item->data)));
+    gst_plugin_feature_list_free(usable);
+    gst_plugin_feature_list_free(decoders);
+    return names;
+}
+
+// A decoder is usable when it starts: a hardware one without its device does not.
+bool decoderStarts(const std::string& name)
+{
+    GstElement* decoder = gst_element_factory_make(name.c_str(), nullptr);
+    if (!decoder)
+        return false;
+    gst_object_ref_sink(decoder);
+    const bool started = gst_element_set_state(decoder, GST_STATE_READY) != GST_STATE_CHANGE_FAILURE;
+    gst_element_set_state(decoder, GST_STATE_NULL);
+    gst_object_unref(decoder);
+    return started;
+}
+
+std::string chooseVideoDecoder()
+{
+    for (const std::string& name : rankedH264Decoders()) {
+        if (decoderStarts(name))
+            return name;
+        logging::logEx(logging::kWarning, "(RtcEngine.cpp) the H.264 decoder \"" + name + "\" does not start here; trying the next");
+    }
+    return {};
+}
+
+// webrtcbin's DTLS decoder makes an RSA key of its own the first time one is
+// made in a process (a few hundred milliseconds), whatever certificate it is
+// given afterwards. Making one here, off the caller's thread, has that done
+// before a connection needs it.
+void prepareDtlsInBackground()
+{
+    std::thread([] {
+        if (GstElement* decoder = gst_element_factory_make("dtlsdec", nullptr)) {
+            gst_object_ref_sink(decoder);
+            gst_object_unref(decoder);
+        }
+    }).detach();
+}
+
+struct EngineState {
+    bool complete = false;
+    std::string videoDecoder;
+    std::optional<SelfSignedCertificate> certificate;
+};
+
+const EngineState& engineState()
+{
+    static const EngineState state = [] {
+        gst_init(nullptr, nullptr);
+        prepareDtlsInBackground();
+        EngineState made;
+        made.certificate = SelfSignedCertificate::make();
+        if (!made.certificate)
+            logging::logEx(logging::kWarning, "(RtcEngine.cpp) no DTLS certificate could be made; webrtcbin makes its own");
+        made.videoDecoder = chooseVideoDecoder();
+        made.complete = checkPlugins(made.videoDecoder);
+        return made;
+    }();
+    return state;
+}
+
 } // namespace
 
 bool initializeEngine()
 {
-    static std::once_flag once;
-    static bool complete = false;
-    std::call_once(once, [] {
-        gst_init(nullptr, nullptr);
-        complete = checkPlugins();
-    });
-    return complete;
+    return engineState().complete;
 }
 
 namespace engine {
@@ -99,13 +171,29 @@ void log(int severity, const char* file, int line, const char* function, const c
     logging::logEx(severity, text);
 }
 
-std::string videoDecoderFactory()
+const std::string& videoDecoderFactory()
 {
-    for (const char* name : {"avdec_h264", "openh264dec"}) {
-        if (elementExists(name))
-            return name;
+    return engineState().videoDecoder;
+}
+
+GstElement* makeVideoDecoder()
+{
+    const std::string& name = videoDecoderFactory();
+    if (name.empty())
+        return nullptr;
+    GstElement* decoder = gst_element_factory_make(name.c_str(), nullptr);
+    if (!decoder) {
+        RTC_LOG(logging::kError, "cannot create the H.264 decoder \"%s\"", name.c_str());
+        return nullptr;
     }
-    return {};
+    if (g_object_class_find_property(G_OBJECT_GET_CLASS(decoder), "thread-type"))
+        gst_util_set_object_arg(G_OBJECT(decoder), "thread-type", "slice");
+    return decoder;
+}
+
+const std::optional<SelfSignedCertificate>& certificate()
+{
+    return engineState().certificate;
 }
 
 bool hasAudioOutput()

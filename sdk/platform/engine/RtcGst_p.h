@@ -168,4 +168,17 @@ inline GstBufferList* probeBufferList(GstPadProbeInfo* info)
     return (info->type & GST_PAD_PROBE_TYPE_BUFFER_LIST) ? gst_pad_probe_info_get_buffer_list(info) : nullptr;
 }
 
+// Calls fn for the buffer of a probe, or for each buffer of a list.
+template <class Function>
+void forEachBuffer(GstPadProbeInfo* info, Function fn)
+{
+    if (GstBuffer* buffer = probeBuffer(info)) {
+        fn(buffer);
+    } else if (GstBufferList* list = probeBufferList(info)) {
+        const guint count = gst_buffer_list_length(list);
+        for (guint i = 0; i < count; ++i)
+            fn(gst_buffer_list_get(list, i));
+    }
+}
+
 } // namespace vrq::rtc::gst

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "vrq/platform/engine/RtcDataChannel.h"
+#include "vrq/platform/engine/RtcStartTimeline.h"
 #include "vrq/platform/engine/RtcStatistics.h"
 #include "vrq/platform/engine/RtcTypes.h"
 #include "vrq/platform/engine/RtcVideoFrame.h"
@@ -41,6 +42,10 @@ struct Configuration {
     std::vector<std::string> iceAddresses;
     // The receive jitter buffer's latency.
     int jitterBufferLatencyMs = 20;
+    // The pace of ICE connectivity checks, at least 5 ms (the least the ICE
+    // standard allows). Few candidates are checked, so a quick pace costs
+    // little and brings the connection up in about four of its steps.
+    int iceCheckPacingMs = 5;
     // A connected peer that receives media and then hears nothing at all for
     // this long is reported disconnected (ICE's own keepalives take tens of
     // seconds to notice a peer that vanished). 0 turns the check off.
@@ -81,6 +86,9 @@ public:
     // Legacy-style "ssrc" reports and standard statistics, completed on the engine's thread.
     virtual void legacyStatistics(std::function<void(std::vector<LegacyStatsReport>)> completion) = 0;
     virtual void statistics(std::function<void(StatsReport)> completion) = 0;
+
+    // When each step of this connection's start was reached so far.
+    virtual StartTimeline startTimeline() const = 0;
 
     virtual void setVideoSink(std::shared_ptr<VideoSink> sink) = 0;
     // Volume of the received audio, 0.0 to 1.0 (and above, amplified).

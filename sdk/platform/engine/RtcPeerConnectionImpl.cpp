@@ -25,6 +25,7 @@ constexpr auto kSilenceCheckInterval = std::chrono::milliseconds(250);
 
 // Receive-only transceivers: the codecs this kit decodes. The order of the
 // calls sets the order of the offer's sections.
+constexpr int kVideoPayloadType = 102; // as in kVideoCaps
 constexpr const char* kVideoCaps = "application/x-rtp,media=video,encoding-name=H264,payload=102,clock-rate=90000,"
                                    "packetization-mode=(string)1,profile-level-id=(string)42e01f,level-asymmetry-allowed=(string)1";
 constexpr const char* kAudioCaps = "application/x-rtp,media=audio,encoding-name=OPUS,payload=111,clock-rate=48000,encoding-params=(string)2";
@@ -109,6 +110,16 @@ std::string elementFactoryName(GstElement* element)
     return factory ? gst_plugin_feature_get_name(reinterpret_cast<GstPluginFeature*>(factory)) : "";
 }
 
+// webrtcbin fingerprints the whole PEM it was given, key included, so its
+// descriptions name a certificate that does not exist: the fingerprint of the
+// process's certificate replaces it. (webrtcbin does not check fingerprints;
+// browsers and other stacks do.)
+std::string withOwnFingerprint(const std::string& sdp)
+{
+    const auto& certificate = engine::certificate();
+    return certificate && !sdp.empty() ? SdpText::withFingerprint(sdp, "sha-256 " + certificate->sha256Fingerprint) : sdp;
+}
+
 struct PromiseData {
     std::shared_ptr<CallbackGuard<PeerConnectionImpl>> guard;
     std::function<void(PeerConnectionImpl&, const GstStructure*, std::optional<Error>)> handler;
@@ -136,8 +147,10 @@ PeerConnectionImpl::PeerConnectionImpl(Configuration configuration, std::optiona
     , m_observer(observer)
     , m_queue(std::make_shared<SerialQueue>("vrq.rtc.engine"))
     , m_guard(std::make_shared<Guard>(this))
+    , m_marks(std::make_shared<StartMarks>())
     , m_inbound(std::make_shared<InboundClock>())
 {
+    m_inbound->marks = m_marks;
 }
 
 PeerConnectionImpl::~PeerConnectionImpl()
@@ -233,7 +246,10 @@ void PeerConnectionImpl::configureIce()
     if (agent) {
         // Keepalives as binding requests rather than indications: a peer that
         // stops answering then fails ICE (after about 50 s; without them, never).
-        g_object_set(agent, "upnp", FALSE, "keepalive-conncheck", TRUE, nullptr);
+        // Checks paced at the configured interval rather than libnice's 20 ms:
+        // a start's checks and nomination take three or four of its ticks.
+        g_object_set(agent, "upnp", FALSE, "keepalive-conncheck", TRUE, "stun-pacing-timer",
+                     static_cast<guint>(std::max(5, m_configuration.iceCheckPacingMs)), nullptr);
         g_object_unref(agent);
     } else {
         RTC_LOG(logging::kWarning, "no libnice agent: UPnP could not be turned off");
@@ -353,7 +369,7 @@ void PeerConnectionImpl::offer(DescriptionCompletion completion)
             // Mids "0", "1", "2" as other stacks name them (webrtcbin says
             // "video0"...), and profile-level-id last in the H.264 fmtp so
             // that a pattern reading up to the next blank takes its six digits.
-            sdp = SdpText::withProfileLevelIdLast(SdpText::withIndexMids(descriptionField(reply, "offer")));
+            sdp = withOwnFingerprint(SdpText::withProfileLevelIdLast(SdpText::withIndexMids(descriptionField(reply, "offer"))));
             std::vector<std::string> expected;
             {
                 std::lock_guard lock(self.m_mutex);
@@ -386,7 +402,7 @@ void PeerConnectionImpl::answer(DescriptionCompletion completion)
         return;
     }
     GstPromise* promise = makePromise([completion](PeerConnectionImpl& self, const GstStructure* reply, std::optional<Error> error) {
-        std::string sdp = error ? std::string() : descriptionField(reply, "answer");
+        std::string sdp = error ? std::string() : withOwnFingerprint(descriptionField(reply, "answer"));
         if (!error && sdp.empty())
             error = Error{kErrorDomain, EngineError, "webrtcbin gave no answer"};
         self.post([completion, sdp = std::move(sdp), error](PeerConnectionImpl&) {
@@ -437,6 +453,7 @@ void PeerConnectionImpl::setRemoteDescription(const SessionDescription& descript
         postError(completion, InvalidDescription, "the remote description is not a session description");
         return;
     }
+    m_marks->mark(StartMarks::AnswerGiven);
     // An answering peer sends with the payload types the offer chose, so
     // they are read before webrtcbin sees the offer.
     const bool answering = description.type == SdpType::Offer && m_sendMedia.has_value();
@@ -449,6 +466,8 @@ void PeerConnectionImpl::setRemoteDescription(const SessionDescription& descript
     }
     GstWebRTCSessionDescription* gstDescription = gst_webrtc_session_description_new(sdpTypeToGst(description.type), sdp);
     GstPromise* promise = makePromise([completion, answering](PeerConnectionImpl& self, const GstStructure*, std::optional<Error> error) {
+        if (!error)
+            self.m_marks->mark(StartMarks::AnswerApplied);
         self.post([completion, answering, error](PeerConnectionImpl& connection) {
             std::optional<Error> result = error;
             if (!result && answering)
@@ -595,6 +614,11 @@ void PeerConnectionImpl::statistics(std::function<void(StatsReport)> completion)
     requestStatistics([completion](PeerConnectionImpl& self, std::vector<StatsEntry> entries) {
         completion(StatsCollector::standard(entries, self.streamFigures()));
     });
+}
+
+StartTimeline PeerConnectionImpl::startTimeline() const
+{
+    return m_marks->timeline();
 }
 
 void PeerConnectionImpl::setVideoSink(std::shared_ptr<VideoSink> sink)
@@ -788,7 +812,7 @@ std::shared_ptr<ReceiveBranch> PeerConnectionImpl::branchFor(unsigned ssrc)
         return nullptr;
     auto& branch = m_branches[ssrc];
     if (!branch)
-        branch = std::make_shared<ReceiveBranch>(ssrc, static_cast<ReceiveBranch::Listener*>(this));
+        branch = std::make_shared<ReceiveBranch>(ssrc, static_cast<ReceiveBranch::Listener*>(this), m_marks);
     return branch;
 }
 
@@ -813,6 +837,8 @@ void PeerConnectionImpl::iceConnectionStateChanged()
         return;
     GstWebRTCICEConnectionState state = GST_WEBRTC_ICE_CONNECTION_STATE_NEW;
     g_object_get(element.get(), "ice-connection-state", &state, nullptr);
+    if (iceReached(state))
+        m_marks->mark(StartMarks::IceConnected);
     std::lock_guard lock(m_mutex);
     m_gstIceState = state;
     updateStates();
@@ -893,10 +919,12 @@ void PeerConnectionImpl::dataChannelAnnounced(GstWebRTCDataChannel* channel)
 }
 
 // webrtcbin sends no NACKs for a receive-only stream unless its jitter buffer
-// asks for retransmissions.
+// asks for retransmissions. A stream starts as soon as two packets in a row
+// came in, instead of after the buffer's whole latency: the first key frame
+// is not held back.
 void PeerConnectionImpl::jitterBufferCreated(GstElement* jitterBuffer, unsigned ssrc)
 {
-    g_object_set(jitterBuffer, "do-retransmission", TRUE, nullptr);
+    g_object_set(jitterBuffer, "do-retransmission", TRUE, "faststart-min-packets", 2U, nullptr);
     if (auto branch = branchFor(ssrc))
         branch->attachJitterBuffer(jitterBuffer);
 }
@@ -926,8 +954,10 @@ void PeerConnectionImpl::branchDidDecodeFrame(std::shared_ptr<const VideoFrame> 
         std::lock_guard lock(m_mutex);
         sink = m_videoSink;
     }
-    if (sink)
-        sink->onFrame(std::move(frame));
+    if (!sink)
+        return;
+    m_marks->mark(StartMarks::FirstFrameDelivered);
+    sink->onFrame(std::move(frame));
 }
 
 void PeerConnectionImpl::onConnectionStateNotify(GObject*, GParamSpec*, gpointer data)
@@ -966,18 +996,32 @@ void PeerConnectionImpl::onNewJitterBuffer(GstElement*, GstElement* jitterBuffer
         self->jitterBufferCreated(jitterBuffer, ssrc);
 }
 
+// Elements of webrtcbin's transports, as they are made: every socket is
+// watched for inbound packets, every DTLS decoder uses the process's
+// certificate and reports its handshake.
 void PeerConnectionImpl::onDeepElementAdded(GstBin*, GstBin*, GstElement* element, gpointer data)
 {
-    if (elementFactoryName(element) != "nicesrc")
+    const std::string factory = elementFactoryName(element);
+    if (factory != "nicesrc" && factory != "dtlssrtpdec" && factory != "dtlsdec")
         return;
     Data::Entry self{data};
     if (!self)
         return;
-    gst::ObjectPtr<GstPad> pad{gst_element_get_static_pad(element, "src")};
+    if (factory == "nicesrc")
+        self->watchInboundPackets(element);
+    else if (factory == "dtlsdec")
+        self->watchDtls(element);
+    else if (const auto& certificate = engine::certificate())
+        g_object_set(element, "pem", certificate->pem.c_str(), nullptr);
+}
+
+void PeerConnectionImpl::watchInboundPackets(GstElement* source)
+{
+    gst::ObjectPtr<GstPad> pad{gst_element_get_static_pad(source, "src")};
     if (!pad)
         return;
     const auto mask = static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST);
-    auto* clock = new std::shared_ptr<InboundClock>(self->m_inbound);
+    auto* clock = new std::shared_ptr<InboundClock>(m_inbound);
     gst::handoff();
     gst_pad_add_probe(pad.get(), mask, &PeerConnectionImpl::onInboundPacket, clock, [](gpointer released) {
         gst::handoff();
@@ -985,10 +1029,47 @@ void PeerConnectionImpl::onDeepElementAdded(GstBin*, GstBin*, GstElement* elemen
     });
 }
 
-GstPadProbeReturn PeerConnectionImpl::onInboundPacket(GstPad*, GstPadProbeInfo*, gpointer data)
+void PeerConnectionImpl::watchDtls(GstElement* decoder)
+{
+    auto* marks = new std::shared_ptr<StartMarks>(m_marks);
+    gst::handoff();
+    gst::connect(decoder, "on-key-received", &PeerConnectionImpl::onDtlsKeys, marks, [](gpointer released, GClosure*) {
+        gst::handoff();
+        delete static_cast<std::shared_ptr<StartMarks>*>(released);
+    });
+}
+
+void PeerConnectionImpl::onDtlsKeys(GstElement*, gpointer data)
 {
     gst::HandoffScope scope;
-    (*static_cast<std::shared_ptr<InboundClock>*>(data))->lastNs.store(steadyNs());
+    (*static_cast<std::shared_ptr<StartMarks>*>(data))->mark(StartMarks::DtlsConnected);
+}
+
+namespace {
+
+// Whether a packet off the wire is RTP (not STUN, DTLS or RTCP) of the
+// offered video payload type. The RTP header is not encrypted.
+bool isVideoRtp(GstBuffer* buffer)
+{
+    std::uint8_t header[2];
+    if (gst_buffer_extract(buffer, 0, header, sizeof header) != sizeof header)
+        return false;
+    return (header[0] & 0xC0) == 0x80 && (header[1] & 0x7F) == kVideoPayloadType;
+}
+
+} // namespace
+
+GstPadProbeReturn PeerConnectionImpl::onInboundPacket(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    gst::HandoffScope scope;
+    InboundClock& inbound = **static_cast<std::shared_ptr<InboundClock>*>(data);
+    inbound.lastNs.store(steadyNs());
+    if (inbound.marks->reached(StartMarks::FirstRtpPacket))
+        return GST_PAD_PROBE_OK;
+    gst::forEachBuffer(info, [&](GstBuffer* buffer) {
+        if (isVideoRtp(buffer))
+            inbound.marks->mark(StartMarks::FirstRtpPacket);
+    });
     return GST_PAD_PROBE_OK;
 }
 

@@ -6,6 +6,7 @@
 #include "vrq/platform/engine/RtcPeerConnection.h"
 #include "vrq/platform/engine/RtcReceiveBranch_p.h"
 #include "vrq/platform/engine/RtcSendBranch_p.h"
+#include "vrq/platform/engine/RtcStartMarks_p.h"
 
 #include <gst/gst.h>
 #include <gst/webrtc/webrtc.h>
@@ -72,6 +73,7 @@ public:
     void legacyStatistics(std::function<void(std::vector<LegacyStatsReport>)> completion) override;
     void statistics(std::function<void(StatsReport)> completion) override;
 
+    StartTimeline startTimeline() const override;
     void setVideoSink(std::shared_ptr<VideoSink> sink) override;
     void setAudioVolume(double volume) override;
 
@@ -100,9 +102,11 @@ private:
         std::vector<std::shared_ptr<DataChannelImpl>> channels;
         std::unique_ptr<SendBranch> send;
     };
-    // The arrival time of the last packet on any of the connection's sockets.
+    // The arrival time of the last packet on any of the connection's
+    // sockets, and the start's marks, which the first video packet sets.
     struct InboundClock {
         std::atomic<std::int64_t> lastNs{0};
+        std::shared_ptr<StartMarks> marks;
     };
 
     // ReceiveBranch::Listener, on streaming threads.
@@ -148,6 +152,9 @@ private:
     static void onNewJitterBuffer(GstElement* rtpbin, GstElement* jitterBuffer, guint session, guint ssrc, gpointer data);
     static void onDeepElementAdded(GstBin* bin, GstBin* subBin, GstElement* element, gpointer data);
     static GstPadProbeReturn onInboundPacket(GstPad* pad, GstPadProbeInfo* info, gpointer data);
+    static void onDtlsKeys(GstElement* decoder, gpointer data);
+    void watchInboundPackets(GstElement* source);
+    void watchDtls(GstElement* decoder);
     static GstBusSyncReply onBusMessage(GstBus* bus, GstMessage* message, gpointer data);
     static void onPromiseReplied(GstPromise* promise, gpointer data);
 
@@ -156,6 +163,7 @@ private:
     PeerConnectionObserver* const m_observer;
     const std::shared_ptr<SerialQueue> m_queue;
     const std::shared_ptr<Guard> m_guard;
+    const std::shared_ptr<StartMarks> m_marks;
     const std::shared_ptr<InboundClock> m_inbound;
     std::atomic<double> m_volume{1.0};
 

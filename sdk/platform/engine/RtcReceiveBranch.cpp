@@ -9,7 +9,6 @@
 #include <gst/video/video-sei.h>
 #include <gst/video/video.h>
 
-#include <cstring>
 
 namespace vrq::rtc {
 namespace {
@@ -35,25 +34,73 @@ std::optional<std::uint16_t> rtpSequence(GstBuffer* buffer)
     return sequence;
 }
 
-// Calls fn for the buffer of a probe, or for each buffer of a list.
-template <class Function>
-void forEachBuffer(GstPadProbeInfo* info, Function fn)
-{
-    if (GstBuffer* buffer = gst::probeBuffer(info)) {
-        fn(buffer);
-    } else if (GstBufferList* list = gst::probeBufferList(info)) {
-        const guint count = gst_buffer_list_length(list);
-        for (guint i = 0; i < count; ++i)
-            fn(gst_buffer_list_get(list, i));
+// A decoded buffer, mapped for reading for as long as a frame refers to it.
+class MappedFrame {
+public:
+    MappedFrame(const MappedFrame&) = delete;
+    MappedFrame& operator=(const MappedFrame&) = delete;
+    ~MappedFrame() { gst_video_frame_unmap(&m_frame); }
+
+    static std::shared_ptr<const MappedFrame> map(GstVideoInfo& info, GstBuffer* buffer)
+    {
+        GstVideoFrame frame{};
+        // The map holds a reference to the buffer until the unmap.
+        if (!gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ))
+            return nullptr;
+        return std::shared_ptr<const MappedFrame>(new MappedFrame(frame));
     }
+    const GstVideoFrame& frame() const { return m_frame; }
+
+private:
+    explicit MappedFrame(const GstVideoFrame& frame)
+        : m_frame(frame)
+    {
+    }
+    GstVideoFrame m_frame;
+};
+
+// The decoder's picture as a frame for the view, without a copy.
+std::shared_ptr<const VideoFrame> wrapDecodedFrame(GstSample* sample)
+{
+    GstBuffer* buffer = gst_sample_get_buffer(sample);
+    GstCaps* caps = gst_sample_get_caps(sample);
+    GstVideoInfo info;
+    if (!buffer || !caps || !gst_video_info_from_caps(&info, caps))
+        return nullptr;
+    VideoFrameInfo frameInfo;
+    switch (GST_VIDEO_INFO_FORMAT(&info)) {
+    case GST_VIDEO_FORMAT_I420:
+        frameInfo.format = PixelFormat::I420;
+        break;
+    case GST_VIDEO_FORMAT_NV12:
+        frameInfo.format = PixelFormat::NV12;
+        break;
+    default:
+        return nullptr;
+    }
+    auto mapped = MappedFrame::map(info, buffer);
+    if (!mapped)
+        return nullptr;
+    frameInfo.width = GST_VIDEO_INFO_WIDTH(&info);
+    frameInfo.height = GST_VIDEO_INFO_HEIGHT(&info);
+    frameInfo.timestampUs = buffer->pts == GST_CLOCK_TIME_NONE ? 0 : static_cast<std::int64_t>(buffer->pts / 1000);
+    frameInfo.decodedAt = std::chrono::steady_clock::now();
+    frameInfo.matrix = info.colorimetry.matrix == GST_VIDEO_COLOR_MATRIX_BT709 ? ColorMatrix::Bt709 : ColorMatrix::Bt601;
+    frameInfo.fullRange = info.colorimetry.range == GST_VIDEO_COLOR_RANGE_0_255;
+    const GstVideoFrame& frame = mapped->frame();
+    std::array<VideoFrame::Plane, 3> planes{};
+    for (guint i = 0; i < GST_VIDEO_FRAME_N_PLANES(&frame) && i < planes.size(); ++i)
+        planes[i] = {static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, i)), GST_VIDEO_FRAME_PLANE_STRIDE(&frame, i)};
+    return std::make_shared<VideoFrame>(frameInfo, planes, std::move(mapped));
 }
 
 } // namespace
 
-ReceiveBranch::ReceiveBranch(unsigned ssrc, Listener* listener)
+ReceiveBranch::ReceiveBranch(unsigned ssrc, Listener* listener, std::shared_ptr<StartMarks> marks)
     : m_ssrc(ssrc)
     , m_listener(listener)
     , m_guard(std::make_shared<Guard>(this))
+    , m_marks(std::move(marks))
 {
 }
 
@@ -163,25 +210,32 @@ bool assemble(GstElement* pipeline, GstPad* source, std::vector<GstElement*> cha
 
 bool ReceiveBranch::buildVideo(GstElement* pipeline, GstPad* source)
 {
-    const std::string decoderName = engine::videoDecoderFactory();
     GstElement* depayloader = makeElement("rtph264depay");
     GstElement* parser = makeElement("h264parse");
-    GstElement* decoder = decoderName.empty() ? nullptr : makeElement(decoderName.c_str());
+    GstElement* decoder = engine::makeVideoDecoder();
+    // Passes the decoder's buffers through untouched when they are already
+    // I420 or NV12, which every decoder here gives for 8-bit 4:2:0 video.
     GstElement* converter = makeElement("videoconvert");
     GstElement* filter = makeElement("capsfilter");
     GstElement* sink = makeElement("appsink");
     if (depayloader)
         g_object_set(depayloader, "request-keyframe", TRUE, "wait-for-keyframe", TRUE, nullptr);
     if (filter) {
-        gst::CapsPtr rgba{gst_caps_from_string("video/x-raw,format=RGBA")};
-        g_object_set(filter, "caps", rgba.get(), nullptr);
+        gst::CapsPtr planar{gst_caps_from_string("video/x-raw,format=(string){I420,NV12}")};
+        g_object_set(filter, "caps", planar.get(), nullptr);
     }
     if (sink) {
         // Frames go out as soon as they are decoded: pacing is the renderer's business.
-        g_object_set(sink, "sync", FALSE, "max-buffers", 2U, "drop", TRUE, "enable-last-sample", FALSE, nullptr);
+        g_object_set(sink, "sync", FALSE, "max-buffers", 1U, "drop", TRUE, "enable-last-sample", FALSE, nullptr);
         GstAppSinkCallbacks callbacks{};
         callbacks.new_sample = &ReceiveBranch::onNewSample;
         gst_app_sink_set_callbacks(reinterpret_cast<GstAppSink*>(sink), &callbacks, Data::make(m_guard), Data::destroy);
+        if (gst::ObjectPtr<GstPad> input{gst_element_get_static_pad(sink, "sink")})
+            addProbe(input.get(), GST_PAD_PROBE_TYPE_QUERY_DOWNSTREAM, &ReceiveBranch::onSinkQuery);
+    }
+    if (parser) {
+        if (gst::ObjectPtr<GstPad> output{gst_element_get_static_pad(parser, "src")})
+            addProbe(output.get(), GST_PAD_PROBE_TYPE_BUFFER, &ReceiveBranch::onParsedUnit);
     }
     if (decoder)
         probeDecoder(decoder, true);
@@ -267,7 +321,7 @@ GstPadProbeReturn ReceiveBranch::meterJitterBufferPassage(GstPadProbeInfo* info,
     if (!self)
         return GST_PAD_PROBE_OK;
     const auto now = Clock::now();
-    forEachBuffer(info, [&](GstBuffer* buffer) {
+    gst::forEachBuffer(info, [&](GstBuffer* buffer) {
         if (auto sequence = rtpSequence(buffer))
             (self->m_meter.*passage)(*sequence, now);
     });
@@ -282,6 +336,25 @@ GstPadProbeReturn ReceiveBranch::onJitterBufferInput(GstPad*, GstPadProbeInfo* i
 GstPadProbeReturn ReceiveBranch::onJitterBufferOutput(GstPad*, GstPadProbeInfo* info, gpointer data)
 {
     return meterJitterBufferPassage(info, data, &MediaMeter::jitterBufferOutput);
+}
+
+GstPadProbeReturn ReceiveBranch::onParsedUnit(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    Data::Entry self{data};
+    GstBuffer* buffer = gst::probeBuffer(info);
+    if (self && buffer && !GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DELTA_UNIT))
+        self->m_marks->mark(StartMarks::FirstKeyFrame);
+    return GST_PAD_PROBE_OK;
+}
+
+// The sink reads every layout through its video metadata, so a decoder may
+// hand over its own padded buffers instead of copying them into tight ones.
+GstPadProbeReturn ReceiveBranch::onSinkQuery(GstPad*, GstPadProbeInfo* info, gpointer)
+{
+    GstQuery* query = gst_pad_probe_info_get_query(info);
+    if (query && GST_QUERY_TYPE(query) == GST_QUERY_ALLOCATION)
+        gst_query_add_allocation_meta(query, GST_VIDEO_META_API_TYPE, nullptr);
+    return GST_PAD_PROBE_OK;
 }
 
 GstPadProbeReturn ReceiveBranch::onDecoderInput(GstPad*, GstPadProbeInfo* info, gpointer data)
@@ -328,8 +401,10 @@ void ReceiveBranch::videoDecoded(GstBuffer* buffer)
     if (buffer->pts != GST_CLOCK_TIME_NONE)
         m_meter.decoderOutput(buffer->pts, now);
     m_meter.frameDecoded(now);
-    if (!m_firstFrameSeen.exchange(true) && m_listening.load())
+    if (!m_firstFrameSeen.exchange(true) && m_listening.load()) {
+        m_marks->mark(StartMarks::FirstFrameDecoded);
         m_listener->branchDidDecodeFirstFrame();
+    }
 
     // h264parse attaches each user-data-unregistered SEI to its access unit,
     // and the decoder carries the metadata over to the decoded frame.
@@ -369,26 +444,8 @@ GstFlowReturn ReceiveBranch::onNewSample(GstAppSink* sink, gpointer data)
 
 void ReceiveBranch::deliverSample(GstSample* sample)
 {
-    GstBuffer* buffer = gst_sample_get_buffer(sample);
-    GstCaps* caps = gst_sample_get_caps(sample);
-    GstVideoInfo info;
-    if (!buffer || !caps || !gst_video_info_from_caps(&info, caps))
-        return;
-    GstVideoFrame mapped;
-    if (!gst_video_frame_map(&mapped, &info, buffer, GST_MAP_READ))
-        return;
-    auto frame = std::make_shared<VideoFrame>();
-    frame->width = info.width;
-    frame->height = info.height;
-    frame->timestampUs = buffer->pts == GST_CLOCK_TIME_NONE ? 0 : static_cast<std::int64_t>(buffer->pts / 1000);
-    const std::size_t rowBytes = static_cast<std::size_t>(frame->width) * 4;
-    frame->rgba.resize(rowBytes * static_cast<std::size_t>(frame->height));
-    const auto* source = static_cast<const std::uint8_t*>(mapped.data[0]);
-    const auto stride = static_cast<std::size_t>(mapped.info.stride[0]);
-    for (int row = 0; row < frame->height; ++row)
-        std::memcpy(frame->rgba.data() + rowBytes * static_cast<std::size_t>(row), source + stride * static_cast<std::size_t>(row), rowBytes);
-    gst_video_frame_unmap(&mapped);
-    if (m_listening.load())
+    auto frame = wrapDecodedFrame(sample);
+    if (frame && m_listening.load())
         m_listener->branchDidDecodeFrame(std::move(frame));
 }
 

@@ -2,6 +2,7 @@
 
 #include "vrq/platform/engine/RtcCallbackGuard_p.h"
 #include "vrq/platform/engine/RtcMediaMeter_p.h"
+#include "vrq/platform/engine/RtcStartMarks_p.h"
 #include "vrq/platform/engine/RtcTypes.h"
 #include "vrq/platform/engine/RtcVideoFrame.h"
 
@@ -19,9 +20,11 @@ namespace vrq::rtc {
 
 // The playback of one inbound RTP stream (one SSRC): its jitter buffer's
 // measurements and, once webrtcbin exposes the stream's pad, the decoding
-// elements. Video: depayloader, parser, decoder, RGBA conversion and an
-// application sink; audio: depayloader, decoder, volume and an audio sink.
-// Probes around the jitter buffer and the decoder feed a MediaMeter.
+// elements. Video: depayloader, parser, decoder and an application sink that
+// hands the decoder's own planar buffers on (a converter stands between them
+// only in case a decoder gives another layout); audio: depayloader, decoder,
+// volume and an audio sink. Probes around the jitter buffer and the decoder
+// feed a MediaMeter and the start's time line.
 class ReceiveBranch {
 public:
     // Decoded-video events, on the streaming thread.
@@ -45,7 +48,9 @@ public:
         std::optional<double> retransmissionRequests;
     };
 
-    ReceiveBranch(unsigned ssrc, Listener* listener);
+    // The marks are shared with the connection: the branch records the first
+    // key frame and the first decoded picture.
+    ReceiveBranch(unsigned ssrc, Listener* listener, std::shared_ptr<StartMarks> marks);
     ~ReceiveBranch();
     ReceiveBranch(const ReceiveBranch&) = delete;
     ReceiveBranch& operator=(const ReceiveBranch&) = delete;
@@ -77,6 +82,8 @@ private:
                                                       void (MediaMeter::*passage)(std::uint16_t, MediaMeter::Clock::time_point));
     static GstPadProbeReturn onJitterBufferInput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
     static GstPadProbeReturn onJitterBufferOutput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
+    static GstPadProbeReturn onParsedUnit(GstPad* pad, GstPadProbeInfo* info, gpointer data);
+    static GstPadProbeReturn onSinkQuery(GstPad* pad, GstPadProbeInfo* info, gpointer data);
     static GstPadProbeReturn onDecoderInput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
     static GstPadProbeReturn onVideoDecoderOutput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
     static GstPadProbeReturn onAudioDecoderOutput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
@@ -89,6 +96,7 @@ private:
     const unsigned m_ssrc;
     Listener* const m_listener;
     const std::shared_ptr<Guard> m_guard;
+    const std::shared_ptr<StartMarks> m_marks;
     MediaMeter m_meter;
     std::atomic<bool> m_listening{true}; // false once stopped: a listener call may have closed the connection
     std::atomic<bool> m_firstFrameSeen{false};

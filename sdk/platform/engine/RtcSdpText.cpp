@@ -136,6 +136,16 @@ std::string SdpText::withIndexMids(const std::string& sdp)
     return join(all);
 }
 
+std::string SdpText::withFingerprint(const std::string& sdp, const std::string& fingerprint)
+{
+    std::vector<std::string> all = lines(sdp);
+    for (std::string& line : all) {
+        if (startsWith(line, "a=fingerprint:"))
+            line = "a=fingerprint:" + fingerprint;
+    }
+    return join(all);
+}
+
 std::string SdpText::withProfileLevelIdLast(const std::string& sdp)
 {
     std::vector<std::string> all = lines(sdp);

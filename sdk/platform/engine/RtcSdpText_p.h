@@ -29,6 +29,9 @@ public:
     // so that a pattern reading up to the next blank takes only its six digits.
     static std::string withProfileLevelIdLast(const std::string& sdp);
 
+    // Every a=fingerprint line set to this value ("sha-256 AB:CD:...").
+    static std::string withFingerprint(const std::string& sdp, const std::string& fingerprint);
+
     // The first payload type with this encoding name (any case) in the first
     // section of this media.
     static std::optional<int> payloadType(const std::string& sdp, std::string_view media, std::string_view encodingName);

@@ -11,7 +11,7 @@ void VideoView::onFrame(std::shared_ptr<const rtc::VideoFrame> frame)
 {
     if (!frame)
         return;
-    const Size size{static_cast<double>(frame->width), static_cast<double>(frame->height)};
+    const Size size{static_cast<double>(frame->width()), static_cast<double>(frame->height())};
     bool sizeChanged = false;
     bool first = false;
     {

@@ -148,8 +148,8 @@ TEST_F(AiortcInteropTest, VideoFromAiortcDecodes)
     ASSERT_TRUE(waitUntil([] { return s_client->frames().count() >= 10; }, 20s));
     const auto frame = s_client->frames().last();
     ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->width, 320);
-    EXPECT_EQ(frame->height, 240);
+    EXPECT_EQ(frame->width(), 320);
+    EXPECT_EQ(frame->height(), 240);
     EXPECT_EQ(s_client->events().firstFrames(), 1);
 }
 

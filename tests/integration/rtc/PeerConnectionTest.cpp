@@ -223,9 +223,9 @@ TEST_F(PeerConnectionTest, VideoArrivesWithFirstFrameAndItsSize)
     EXPECT_EQ(sizes.back(), std::make_pair(kWidth, kHeight));
     const auto frame = pair().frames->last();
     ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->width, kWidth);
-    EXPECT_EQ(frame->height, kHeight);
-    EXPECT_EQ(frame->rgba.size(), static_cast<std::size_t>(kWidth * kHeight * 4));
+    EXPECT_EQ(frame->width(), kWidth);
+    EXPECT_EQ(frame->height(), kHeight);
+    EXPECT_EQ(frame->toRgba().size(), static_cast<std::size_t>(kWidth * kHeight * 4));
     EXPECT_EQ(pair().offererEvents.tracks(), std::make_pair(1, 1));
 }
 

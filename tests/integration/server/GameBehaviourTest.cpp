@@ -250,7 +250,7 @@ TEST(GameBehaviourTest, InputReachesTheObserverAtOnceAndShowsOnTheScene)
         int dark = 0;
         for (int y = 10; frame && y < 18; ++y)
             for (int x = 10; x < 60; ++x)
-                dark += frame->rgba[static_cast<std::size_t>((y * frame->width + x) * 4)] < 64 ? 1 : 0;
+                dark += frame->plane(0).data[y * frame->plane(0).stride + x] < 64 ? 1 : 0;
         return dark;
     };
     ASSERT_TRUE(waitUntil([&] { return client.frames().count() >= 5; }));

@@ -126,8 +126,8 @@ TEST_F(GameServerTest, TheSceneDecodesAtItsSizeAndNoDetectionSeiPrecedesAHeartbe
     EXPECT_EQ(*s_detectionSeiBeforeHeartbeat, 0u);
     const auto frame = s_client->frames().last();
     ASSERT_TRUE(frame);
-    EXPECT_EQ(frame->width, kWidth);
-    EXPECT_EQ(frame->height, kHeight);
+    EXPECT_EQ(frame->width(), kWidth);
+    EXPECT_EQ(frame->height(), kHeight);
     EXPECT_EQ(s_client->events().tracks(), std::make_pair(1, 1)) << "video and audio";
 }
 

@@ -1,5 +1,7 @@
 #include "vrq/control/VRQGameVideoView.h"
 
+#include "support/TestFrames.h"
+
 #include <gtest/gtest.h>
 
 #include <thread>
@@ -16,11 +18,7 @@ struct RecordingDelegate : vrq::VideoViewDelegate {
 
 std::shared_ptr<const vrq::rtc::VideoFrame> frameOf(int width, int height)
 {
-    auto frame = std::make_shared<vrq::rtc::VideoFrame>();
-    frame->width = width;
-    frame->height = height;
-    frame->rgba.assign(static_cast<std::size_t>(width * height * 4), 0x7f);
-    return frame;
+    return vrqtest::greyFrame(width, height);
 }
 
 TEST(VRQGameVideoViewTest, AnnouncesTheFirstFrameOnceAndEverySizeChange)
@@ -40,7 +38,7 @@ TEST(VRQGameVideoViewTest, AnnouncesTheFirstFrameOnceAndEverySizeChange)
     EXPECT_EQ(delegate.sizes[0], (vrq::Size{634, 358}));
     EXPECT_EQ(delegate.sizes[1], (vrq::Size{1280, 720}));
     EXPECT_EQ(view.videoSize(), (vrq::Size{1280, 720}));
-    EXPECT_EQ(view.latestFrame()->width, 1280);
+    EXPECT_EQ(view.latestFrame()->width(), 1280);
     EXPECT_EQ(view.framesReceived(), 3u);
 
     view.resetFirstFrame();
