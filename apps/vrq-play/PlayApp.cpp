@@ -48,6 +48,8 @@ int PlayApp::run()
     // The kit's queues may still log while the process exits: the printer is never destroyed.
     static auto* const logPrinter = new PrintingLogDelegate;
     VRQGamePlayer::setLogger(logPrinter, kLogLevel);
+    // The kit's set-up runs while the back end starts.
+    VRQGamePlayer::prepare();
     if (!startBackend())
         return 1;
     play();

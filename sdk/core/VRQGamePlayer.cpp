@@ -101,6 +101,11 @@ void VRQGamePlayer::initialize()
     });
 }
 
+void VRQGamePlayer::prepare()
+{
+    VRQWebrtClient::prepare();
+}
+
 void VRQGamePlayer::setLogger(VRQLogDelegate* logger, int minLevel)
 {
     VRQLogManager::sharedManager().setLogDelegate(logger, minLevel);

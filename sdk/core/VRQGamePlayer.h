@@ -69,6 +69,10 @@ public:
                                                  std::weak_ptr<VRQGamePlayerDelegate> delegate,
                                                  RtcClientFactory makeClient = nullptr);
     static void setLogger(VRQLogDelegate* logger, int minLevel);
+    // Starts the kit's one-time set-up (the media engine, its decoder and its
+    // DTLS certificate) on a background thread and returns at once. Optional:
+    // a host that calls it at launch spares its first game that wait.
+    static void prepare();
     ~VRQGamePlayer() override;
     VRQGamePlayer(const VRQGamePlayer&) = delete;
     VRQGamePlayer& operator=(const VRQGamePlayer&) = delete;

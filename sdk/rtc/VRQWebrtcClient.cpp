@@ -229,6 +229,11 @@ PeerConnectionState VRQWebrtClient::connectionState() const
     return pc ? pc->connectionState() : PeerConnectionState::New;
 }
 
+void VRQWebrtClient::prepare()
+{
+    vrq::rtc::prepareEngine();
+}
+
 vrq::rtc::StartTimeline VRQWebrtClient::startTimeline() const
 {
     auto pc = connection();

@@ -39,6 +39,8 @@ public:
     // Builds the view and the peer connection and starts the offer at once.
     // params are accepted and not read. The delegate is not owned.
     static std::shared_ptr<VRQWebrtClient> create(const nlohmann::json& params, VRQSdkRtcDelegate* delegate);
+    // Starts the engine's one-time set-up in the background (see VRQGamePlayer::prepare).
+    static void prepare();
     ~VRQWebrtClient() override;
 
     virtual nlohmann::json getClientSession() const;

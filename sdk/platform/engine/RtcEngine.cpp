@@ -10,6 +10,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -26,36 +27,57 @@ bool elementExists(const char* factoryName)
     return true;
 }
 
+struct Requirement {
+    const char* factory;
+    const char* package;
+    bool answerOnly;
+};
+
+// The elements a connection is made of.
+constexpr Requirement kRequired[] = {
+    {"webrtcbin", "gstreamer1.0-plugins-bad", false},
+    {"nicesrc", "gstreamer1.0-nice", false},
+    {"nicesink", "gstreamer1.0-nice", false},
+    {"dtlssrtpenc", "gstreamer1.0-plugins-bad", false},
+    {"dtlssrtpdec", "gstreamer1.0-plugins-bad", false},
+    {"srtpenc", "gstreamer1.0-plugins-bad", false},
+    {"srtpdec", "gstreamer1.0-plugins-bad", false},
+    {"sctpenc", "gstreamer1.0-plugins-bad", false},
+    {"sctpdec", "gstreamer1.0-plugins-bad", false},
+    {"rtpbin", "gstreamer1.0-plugins-good", false},
+    {"rtph264depay", "gstreamer1.0-plugins-good", false},
+    {"h264parse", "gstreamer1.0-plugins-bad", false},
+    {"videoconvert", "gstreamer1.0-plugins-base", false},
+    {"appsink", "gstreamer1.0-plugins-base", false},
+    {"rtpopusdepay", "gstreamer1.0-plugins-good", false},
+    {"opusdec", "gstreamer1.0-plugins-base", false},
+    {"audioconvert", "gstreamer1.0-plugins-base", false},
+    {"audioresample", "gstreamer1.0-plugins-base", false},
+    {"volume", "gstreamer1.0-plugins-base", false},
+    {"fakesink", "gstreamer1.0 (core)", false},
+    {"rtph264pay", "gstreamer1.0-plugins-good", true},
+    {"rtpopuspay", "gstreamer1.0-plugins-good", true},
+    {"x264enc", "gstreamer1.0-plugins-ugly", true},
+    {"opusenc", "gstreamer1.0-plugins-base", true},
+};
+
+// Makes and drops one of each receiving element, so that their plugins are
+// loaded and their classes set up before a connection makes them.
+void preloadElements()
+{
+    for (const Requirement& requirement : kRequired) {
+        if (requirement.answerOnly)
+            continue;
+        if (GstElement* element = gst_element_factory_make(requirement.factory, nullptr)) {
+            gst_object_ref_sink(element);
+            gst_object_unref(element);
+        }
+    }
+}
+
 // A missing plugin stops media altogether, so it is reported whatever the engine's level.
 bool checkPlugins(const std::string& videoDecoder)
 {
-    struct Requirement {
-        const char* factory;
-        const char* package;
-        bool answerOnly;
-    };
-    static const Requirement kRequired[] = {
-        {"webrtcbin", "gstreamer1.0-plugins-bad", false},
-        {"nicesrc", "gstreamer1.0-nice", false},
-        {"nicesink", "gstreamer1.0-nice", false},
-        {"dtlssrtpenc", "gstreamer1.0-plugins-bad", false},
-        {"sctpenc", "gstreamer1.0-plugins-bad", false},
-        {"rtpbin", "gstreamer1.0-plugins-good", false},
-        {"rtph264depay", "gstreamer1.0-plugins-good", false},
-        {"h264parse", "gstreamer1.0-plugins-bad", false},
-        {"videoconvert", "gstreamer1.0-plugins-base", false},
-        {"appsink", "gstreamer1.0-plugins-base", false},
-        {"rtpopusdepay", "gstreamer1.0-plugins-good", false},
-        {"opusdec", "gstreamer1.0-plugins-base", false},
-        {"audioconvert", "gstreamer1.0-plugins-base", false},
-        {"audioresample", "gstreamer1.0-plugins-base", false},
-        {"volume", "gstreamer1.0-plugins-base", false},
-        {"fakesink", "gstreamer1.0 (core)", false},
-        {"rtph264pay", "gstreamer1.0-plugins-good", true},
-        {"rtpopuspay", "gstreamer1.0-plugins-good", true},
-        {"x264enc", "gstreamer1.0-plugins-ugly", true},
-        {"opusenc", "gstreamer1.0-plugins-base", true},
-    };
     bool complete = true;
     for (const Requirement& requirement : kRequired) {
         if (elementExists(requirement.factory))
@@ -111,18 +133,55 @@ std::string chooseVideoDecoder()
     return {};
 }
 
+// Start-up work on threads of its own. They are joined when the process
+// exits, before OpenSSL's exit-time cleanup, which would otherwise run under
+// a key being made.
+class BackgroundWork {
+public:
+    static void run(std::function<void()> work)
+    {
+        static std::once_flag registered;
+        std::call_once(registered, [] { std::atexit(&BackgroundWork::joinAll); });
+        std::lock_guard lock(mutex());
+        threads().emplace_back(std::move(work));
+    }
+
+private:
+    static void joinAll()
+    {
+        std::vector<std::thread> running;
+        {
+            std::lock_guard lock(mutex());
+            running.swap(threads());
+        }
+        for (std::thread& thread : running)
+            thread.join();
+    }
+    // Never destroyed: the exit handler may run after static destructors.
+    static std::mutex& mutex()
+    {
+        static auto* instance = new std::mutex;
+        return *instance;
+    }
+    static std::vector<std::thread>& threads()
+    {
+        static auto* instance = new std::vector<std::thread>;
+        return *instance;
+    }
+};
+
 // webrtcbin's DTLS decoder makes an RSA key of its own the first time one is
-// made in a process (a few hundred milliseconds), whatever certificate it is
-// given afterwards. Making one here, off the caller's thread, has that done
-// before a connection needs it.
+// made in a process (100 to 300 ms here), whatever certificate it is given
+// afterwards. Making one off the caller's thread at engine start has that
+// done before a connection needs it.
 void prepareDtlsInBackground()
 {
-    std::thread([] {
+    BackgroundWork::run([] {
         if (GstElement* decoder = gst_element_factory_make("dtlsdec", nullptr)) {
             gst_object_ref_sink(decoder);
             gst_object_unref(decoder);
         }
-    }).detach();
+    });
 }
 
 struct EngineState {
@@ -152,6 +211,17 @@ const EngineState& engineState()
 bool initializeEngine()
 {
     return engineState().complete;
+}
+
+void prepareEngine()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        BackgroundWork::run([] {
+            engineState();
+            preloadElements();
+        });
+    });
 }
 
 namespace engine {

@@ -102,9 +102,14 @@ public:
     virtual void close() = 0;
 };
 
-// Initialises the engine once per process (GStreamer, its plugins). Safe to
-// call repeatedly. False when a plugin needed to receive media is missing (logged).
+// Initialises the engine once per process (GStreamer, its plugins, the
+// choice of decoder, the DTLS certificate). Safe to call repeatedly and from
+// any thread. False when a plugin needed to receive media is missing (logged).
 bool initializeEngine();
+// Starts that initialisation on a thread of its own and returns at once, so
+// that a host can have it done at launch, before its first connection needs
+// it (it takes 50 ms, and webrtcbin's own DTLS key 100 to 300 ms more).
+void prepareEngine();
 
 // The engine's own debug output, by the kit's severities: 0 verbose, 1 info,
 // 2 warning, 3 error, 4 none (the default). It sets GStreamer's debug
