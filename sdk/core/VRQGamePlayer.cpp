@@ -214,6 +214,8 @@ bool VRQGamePlayer::startGameWithRemoteSession(const std::string& remoteSession,
     const auto decoded = vrq::base64Decode(remoteSession);
     const auto session = decoded ? vrq_dictionaryWithJsonObject(*decoded) : std::nullopt;
     VRQ_LOG_UPLOAD(1, "start version:%s commit_id:%s", VRQSDKVersion, vrqCommitId());
+    if (auto client = rtcClient())
+        VRQ_LOG_UPLOAD(1, "start video decoder:%s", client->videoDecoderName().c_str());
     if (!session || session->empty()) {
         VRQ_LOG(3, "start parse sdp answer error %s", decoded ? decoded->c_str() : remoteSession.c_str());
         return false;

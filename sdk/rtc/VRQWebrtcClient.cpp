@@ -234,6 +234,12 @@ void VRQWebrtClient::prepare()
     vrq::rtc::prepareEngine();
 }
 
+std::string VRQWebrtClient::videoDecoderName() const
+{
+    const std::string name = connection() ? vrq::rtc::videoDecoderName() : std::string();
+    return name.empty() ? "none" : name;
+}
+
 vrq::rtc::StartTimeline VRQWebrtClient::startTimeline() const
 {
     auto pc = connection();

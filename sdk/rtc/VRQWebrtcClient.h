@@ -78,6 +78,8 @@ public:
     void setDelegate(VRQSdkRtcDelegate* delegate) { m_delegate.store(delegate); }
     std::optional<std::string> remoteSdp() const;
     vrq::rtc::PeerConnectionState connectionState() const;
+    // The H.264 decoder element that decodes the video ("none" without a connection).
+    std::string videoDecoderName() const;
     // When each step of the current connection's start was reached.
     vrq::rtc::StartTimeline startTimeline() const;
 

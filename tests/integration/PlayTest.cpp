@@ -153,6 +153,19 @@ TEST(PlayTest, PlaysASessionAndTheServerReceivesEveryKindOfInput)
     ASSERT_TRUE(image.has_value()) << "the snapshot is not a readable PNG";
     EXPECT_EQ(image->width(), 640);
     EXPECT_EQ(image->height(), 360);
+    // The scene is a white ball and white-on-black text on black, all grey:
+    // wrong planes, strides or colour factors would show as colour or noise.
+    int dark = 0, white = 0, coloured = 0;
+    const auto& rgba = image->rgba();
+    for (std::size_t i = 0; i + 3 < rgba.size(); i += 4) {
+        const auto [low, high] = std::minmax({rgba[i], rgba[i + 1], rgba[i + 2]});
+        dark += high <= 24 ? 1 : 0;
+        white += low >= 220 ? 1 : 0;
+        coloured += high - low > 40 ? 1 : 0;
+    }
+    EXPECT_GT(dark, 640 * 360 * 8 / 10);
+    EXPECT_GT(white, 50) << "the ball";
+    EXPECT_LT(coloured, 640 * 360 / 200);
 }
 
 TEST(PlayTest, StartsThroughAnExperienceCodeAndSpeaksPlainText)

@@ -213,6 +213,11 @@ bool initializeEngine()
     return engineState().complete;
 }
 
+std::string videoDecoderName()
+{
+    return engineState().videoDecoder;
+}
+
 void prepareEngine()
 {
     static std::once_flag once;

@@ -2,11 +2,11 @@
 
 #include "vrq/platform/services/SelfSignedCertificate.h"
 
-#include <gst/gst.h>
-
 #include <optional>
 #include <string>
 #include <vector>
+
+using GstElement = struct _GstElement;
 
 namespace vrq::rtc::engine {
 

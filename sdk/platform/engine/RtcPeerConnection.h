@@ -110,6 +110,9 @@ bool initializeEngine();
 // that a host can have it done at launch, before its first connection needs
 // it (it takes 50 ms, and webrtcbin's own DTLS key 100 to 300 ms more).
 void prepareEngine();
+// The H.264 decoder element the engine chose ("avdec_h264", or a hardware
+// decoder that starts on this machine); empty when there is none.
+std::string videoDecoderName();
 
 // The engine's own debug output, by the kit's severities: 0 verbose, 1 info,
 // 2 warning, 3 error, 4 none (the default). It sets GStreamer's debug

@@ -213,6 +213,10 @@ bool ReceiveBranch::buildVideo(GstElement* pipeline, GstPad* source)
     GstElement* depayloader = makeElement("rtph264depay");
     GstElement* parser = makeElement("h264parse");
     GstElement* decoder = engine::makeVideoDecoder();
+    if (decoder) {
+        std::lock_guard lock(m_mutex);
+        m_decoder = engine::videoDecoderFactory();
+    }
     // Passes the decoder's buffers through untouched when they are already
     // I420 or NV12, which every decoder here gives for 8-bit 4:2:0 video.
     GstElement* converter = makeElement("videoconvert");
@@ -295,6 +299,7 @@ ReceiveBranch::Figures ReceiveBranch::figures(Clock::time_point now) const
     {
         std::lock_guard lock(m_mutex);
         result.media = m_media;
+        result.decoder = m_decoder;
         if (m_jitterBuffer)
             jitterBuffer.reset(static_cast<GstElement*>(gst_object_ref(m_jitterBuffer)));
     }

@@ -14,6 +14,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace vrq::rtc {
@@ -44,6 +45,7 @@ public:
         int latencyMs = 0;
         int width = 0;
         int height = 0;
+        std::string decoder; // the decoder element's factory name
         std::optional<double> retransmissionRoundTripSeconds;
         std::optional<double> retransmissionRequests;
     };
@@ -105,6 +107,7 @@ private:
 
     mutable std::mutex m_mutex;
     std::optional<MediaType> m_media;          // guarded by m_mutex
+    std::string m_decoder;                     // guarded by m_mutex
     GstElement* m_jitterBuffer = nullptr;      // owned reference, guarded by m_mutex
     GstElement* m_volume = nullptr;            // owned reference, guarded by m_mutex
     std::vector<std::pair<GstPad*, gulong>> m_probes; // owned pad references, guarded by m_mutex

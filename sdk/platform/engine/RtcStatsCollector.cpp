@@ -21,7 +21,9 @@
 //     max(3 x average interval, average + 150 ms), W3C's rule;
 //   googJitterBufferMs / jitterBufferDelay: time each RTP packet spends in the
 //     stream's rtpjitterbuffer (smoothed; totals for the standard figure);
-//   frameWidth / frameHeight: the decoder's output caps.
+//   frameWidth / frameHeight: the decoder's output caps;
+//   codecImplementationName / decoderImplementation: the decoder element
+//     chosen at engine start ("avdec_h264", or a hardware one).
 // From the stream's rtpjitterbuffer itself: its "latency" setting
 // (googTargetDelayMs = latency + decode time) and, when webrtcbin's NACK count
 // is missing, its "rtx-count" (retransmission requests sent).
@@ -131,6 +133,7 @@ std::vector<LegacyStatsReport> StatsCollector::legacy(const std::vector<StatsEnt
             out["framesDecoded"] = std::to_string(meter.framesDecoded);
             out["googPlisSent"] = integerText(numberAt(values, "pliCount"));
             out["googFirsSent"] = integerText(numberAt(values, "firCount"));
+            out["codecImplementationName"] = stream.decoder;
         }
         reports.push_back(std::move(report));
     }
@@ -166,6 +169,7 @@ StatsReport StatsCollector::standard(const std::vector<StatsEntry>& webrtc, cons
             measured["frameHeight"] = stream.height;
             measured["freezeCount"] = meter.freezeCount;
             measured["totalFreezesDuration"] = meter.totalFreezesSeconds;
+            measured["decoderImplementation"] = stream.decoder;
         }
 
         if (const StatsEntry* inbound = inboundFor(webrtc, stream.ssrc)) {

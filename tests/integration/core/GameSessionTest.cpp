@@ -7,6 +7,7 @@
 #include "vrq/log/VRQLog.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/monitor/VRQSDKReport.h"
+#include "vrq/platform/engine/RtcPeerConnection.h"
 #include "vrq/platform/services/HttpTransport.h"
 
 using namespace std::chrono_literals;
@@ -57,6 +58,7 @@ TEST(GameSessionTest, LifecycleGoesThroughItsStatusesWithTheDelegateCallsOnTheMa
         EXPECT_EQ(event.find("failure"), std::string::npos) << event;
     EXPECT_TRUE(session.delegate->allOnMainThread());
     EXPECT_TRUE(session.logs.contains("stopGame"));
+    EXPECT_TRUE(session.logs.contains("start video decoder:" + vrq::rtc::videoDecoderName()));
 }
 
 TEST(GameSessionTest, HeartbeatDisconnectCodesEndTheSessionWithTheirFailures)

@@ -3,6 +3,8 @@
 // for the whole suite.
 #include "RtcTestPeers.h"
 
+#include "vrq/platform/engine/RtcEngine_p.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -95,6 +97,11 @@ TEST_F(PeerConnectionTest, OfferHasVideoAudioAndApplicationSectionsWithIndexMids
     EXPECT_EQ(pair().offerSdp.find("mid:video"), std::string::npos);
     EXPECT_EQ(pair().offerSdp.find("mid:audio"), std::string::npos);
     EXPECT_EQ(pair().offerSdp.find("mid:data"), std::string::npos);
+    // The process's own certificate, by its fingerprint (peers that check it refuse any other).
+    const auto& certificate = vrq::rtc::engine::certificate();
+    ASSERT_TRUE(certificate);
+    for (const auto& section : sections)
+        EXPECT_TRUE(contains(section, "a=fingerprint:sha-256 " + certificate->sha256Fingerprint)) << section[0];
 }
 
 TEST_F(PeerConnectionTest, FixedChannelsOpenOnBothSides)
@@ -225,8 +232,24 @@ TEST_F(PeerConnectionTest, VideoArrivesWithFirstFrameAndItsSize)
     ASSERT_TRUE(frame);
     EXPECT_EQ(frame->width(), kWidth);
     EXPECT_EQ(frame->height(), kHeight);
+    EXPECT_EQ(frame->format(), vrq::rtc::PixelFormat::I420) << "as the decoder gives it";
+    for (int plane = 0; plane < frame->planeCount(); ++plane) {
+        EXPECT_NE(frame->plane(plane).data, nullptr);
+        EXPECT_GE(frame->plane(plane).stride, frame->planeRowBytes(plane)) << "plane " << plane;
+    }
     EXPECT_EQ(frame->toRgba().size(), static_cast<std::size_t>(kWidth * kHeight * 4));
     EXPECT_EQ(pair().offererEvents.tracks(), std::make_pair(1, 1));
+
+    // Every step of the start was recorded, the media ones in their causal order.
+    const auto timeline = pair().offerer->startTimeline();
+    for (const auto& step : {timeline.answerApplied, timeline.iceConnected, timeline.dtlsConnected, timeline.firstRtpPacket,
+                             timeline.firstKeyFrame, timeline.firstFrameDecoded, timeline.firstFrameDelivered}) {
+        ASSERT_TRUE(step);
+        EXPECT_LE(timeline.answerGiven, step);
+    }
+    EXPECT_LE(timeline.firstRtpPacket, timeline.firstKeyFrame);
+    EXPECT_LE(timeline.firstKeyFrame, timeline.firstFrameDecoded);
+    EXPECT_LE(timeline.firstFrameDecoded, timeline.firstFrameDelivered);
 }
 
 TEST_F(PeerConnectionTest, SeiTextFromTheAnswererArrivesIntact)
@@ -265,6 +288,8 @@ TEST_F(PeerConnectionTest, LegacyStatisticsCarryMeasuredFigures)
     EXPECT_GT(std::stoll(audio->values.at("packetsReceived")), 0);
     EXPECT_GE(std::stoll(video->values.at("googTargetDelayMs")), 20) << "at least the jitter buffer's latency";
     EXPECT_EQ(video->values.at("googFrameWidthReceived"), std::to_string(kWidth));
+    EXPECT_EQ(video->values.at("codecImplementationName"), vrq::rtc::videoDecoderName());
+    EXPECT_FALSE(vrq::rtc::videoDecoderName().empty());
 }
 
 TEST_F(PeerConnectionTest, StandardStatisticsCarryPairsTracksAndInboundStreams)
@@ -295,6 +320,7 @@ TEST_F(PeerConnectionTest, StandardStatisticsCarryPairsTracksAndInboundStreams)
     EXPECT_TRUE(videoTrack->values["freezeCount"].is_number());
     EXPECT_TRUE(videoTrack->values["totalFreezesDuration"].is_number());
     EXPECT_GT(videoTrack->values.value("framesPerSecond", 0.0), 0.0);
+    EXPECT_EQ(videoTrack->values.value("decoderImplementation", ""), vrq::rtc::videoDecoderName());
     std::sort(inboundKinds.begin(), inboundKinds.end());
     EXPECT_EQ(inboundKinds, (std::vector<std::string>{"audio", "video"}));
 }

@@ -26,8 +26,8 @@ using Clock = std::chrono::steady_clock;
 using std::chrono_literals::operator""ms;
 using std::chrono_literals::operator""s;
 
-inline constexpr int kWidth = 320;
-inline constexpr int kHeight = 180; // not a multiple of 16: the decoder must crop
+inline constexpr int kWidth = 642;  // neither a multiple of 16: the decoder crops,
+inline constexpr int kHeight = 362; // and its rows are wider than the picture
 inline const char* const kFixedLabels[] = {"hb", "ack", "sv", "cd", "km"};
 
 // ICE stays on loopback unless the environment already restricts it. With

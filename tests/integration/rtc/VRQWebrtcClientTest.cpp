@@ -179,6 +179,12 @@ TEST_F(VRQWebrtcClientTest, ConnectsOpensTheFiveChannelsAndShowsVideo)
     // Statistics reach the report through the heartbeat's sampling.
     auto& report = VRQSDKMonitor::sharedInstance().currentSDKReport();
     EXPECT_TRUE(vrq::runMainLoopUntil([&] { return report.fps() > 0 && report.videoPacketRecv() > 0; }, 5s));
+
+    // A frame the host keeps is the decoder's memory, and stays readable
+    // after the connection and its pipeline are gone.
+    const auto kept = client->playView()->latestFrame();
+    client->close();
+    EXPECT_EQ(kept->toRgba().size(), 320u * 240u * 4u);
 }
 
 TEST_F(VRQWebrtcClientTest, HeartbeatEverySecondAndItsRepliesMeasureTheRoundTrip)
