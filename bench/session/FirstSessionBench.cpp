@@ -3,14 +3,12 @@
 // ready (the offer set as the local description). Each round runs in a new
 // process. Prepared, it starts as a host that calls VRQGamePlayer::prepare()
 // at launch starts; not prepared, the first session sets the engine up itself.
+#include "BenchChildProcess.h"
 #include "BenchFigures.h"
 
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/rtc/VRQSdkRtcDelegate.h"
 #include "vrq/rtc/VRQWebrtcClient.h"
-
-#include <spawn.h>
-#include <sys/wait.h>
 
 #include <atomic>
 #include <cstdio>
@@ -62,30 +60,12 @@ int runChild(bool prepared)
 }
 
 // One fresh process: its first session's time and a later session's.
-std::optional<std::pair<double, double>> runRound(const char* self, const char* mode)
+std::optional<std::pair<double, double>> runRound(const char* mode)
 {
-    int out[2];
-    if (::pipe(out) != 0)
-        return std::nullopt;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-    posix_spawn_file_actions_addclose(&actions, out[0]);
-    const char* argv[] = {self, mode, nullptr};
-    pid_t pid = 0;
-    const bool spawned = posix_spawn(&pid, self, &actions, nullptr, const_cast<char**>(argv), environ) == 0;
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(out[1]);
-    char line[128] = {};
-    FILE* reader = ::fdopen(out[0], "r");
-    const bool read = reader && std::fgets(line, sizeof line, reader);
-    if (reader)
-        std::fclose(reader);
-    int status = 0;
-    if (spawned)
-        ::waitpid(pid, &status, 0);
+    ChildProcess child({"/proc/self/exe", mode});
+    const auto line = child.readLine(Clock::now() + 60s);
     double first = 0, later = 0;
-    if (!spawned || !read || !WIFEXITED(status) || WEXITSTATUS(status) != 0 || std::sscanf(line, "%lf %lf", &first, &later) != 2)
+    if (!line || std::sscanf(line->c_str(), "%lf %lf", &first, &later) != 2 || child.outcome() != "exited with status 0")
         return std::nullopt;
     return std::make_pair(first, later);
 }
@@ -100,7 +80,7 @@ Rounds runRounds(const char* mode)
     constexpr int kRounds = 7;
     Rounds rounds;
     for (int i = 0; i < kRounds; ++i) {
-        if (auto round = runRound("/proc/self/exe", mode)) {
+        if (auto round = runRound(mode)) {
             rounds.first.push_back(round->first);
             rounds.later.push_back(round->second);
         }

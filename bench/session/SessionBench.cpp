@@ -3,9 +3,14 @@
 //   - construction to local description set;
 //   - answer applied to first decoded frame;
 //   - data-channel one-way latency, server to client (p50, p99);
-//   - CPU of the receiving process while a separate server sends 1080p60.
+//   - CPU, decoded frames and memory of a receiving process while a separate
+//     server process sends 1080p60.
 // The kit's side is VRQWebrtClient; the baseline is the engine's own
-// PeerConnection with the same transceivers and channels. Everything runs on 127.0.0.1.
+// PeerConnection with the same transceivers and channels, except for the
+// receive figures, whose baseline is a bare webrtcbin pipeline (BareReceiver.h)
+// and where each receiver runs in a fresh process. Everything runs on 127.0.0.1.
+#include "BareReceiver.h"
+#include "BenchChildProcess.h"
 #include "BenchFigures.h"
 #include "GameServer.h"
 #include "MessageArrivals.h"
@@ -26,11 +31,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
 #include <functional>
 #include <mutex>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <thread>
 
 using namespace std::chrono_literals;
@@ -256,68 +261,47 @@ void benchConnectedSession()
     printPair("data-channel one-way latency p99", "ms", percentile(kitLatency, 0.99), percentile(rawLatency, 0.99));
 }
 
-// A vrq-game-server process on its own loopback address.
+// A vrq-game-server process on its own loopback address. Sessions are kept
+// without heartbeats (--idle-timeout 0): the bare receiver sends none.
 class ServerProcess {
 public:
     ServerProcess(const std::string& host, int width, int height, int fps)
+        : m_process({VRQ_GAME_SERVER, "--host", host, "--width", std::to_string(width), "--height", std::to_string(height),
+                     "--fps", std::to_string(fps), "--bitrate", "8000", "--idle-timeout", "0"})
     {
-        int out[2];
-        if (::pipe(out) != 0)
-            return;
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-        posix_spawn_file_actions_addclose(&actions, out[0]);
-        const std::string w = std::to_string(width), h = std::to_string(height), f = std::to_string(fps);
-        const char* argv[] = {VRQ_GAME_SERVER, "--host", host.c_str(), "--width", w.c_str(), "--height", h.c_str(),
-                              "--fps", f.c_str(), "--bitrate", "8000", nullptr};
-        if (posix_spawn(&m_pid, VRQ_GAME_SERVER, &actions, nullptr, const_cast<char**>(argv), environ) != 0)
-            m_pid = 0;
-        posix_spawn_file_actions_destroy(&actions);
-        ::close(out[1]);
-        FILE* reader = ::fdopen(out[0], "r");
-        char line[512] = {};
-        if (reader && std::fgets(line, sizeof line, reader)) {
-            const std::string text = line;
-            const auto at = text.find("http://");
-            if (at != std::string::npos)
-                m_origin = text.substr(at, text.find_first_of(" \n", at) - at);
+        const auto deadline = Clock::now() + 15s;
+        while (m_process.started() && m_origin.empty()) {
+            const auto line = m_process.readLine(deadline);
+            if (!line)
+                break;
+            if (const auto at = line->find("http://"); at != std::string::npos)
+                m_origin = line->substr(at, line->find_first_of(' ', at) - at);
         }
-        m_reader = reader;
-    }
-    ~ServerProcess()
-    {
-        if (m_pid > 0) {
-            ::kill(m_pid, SIGTERM);
-            ::waitpid(m_pid, nullptr, 0);
-        }
-        if (m_reader)
-            std::fclose(m_reader);
     }
     const std::string& origin() const { return m_origin; }
 
-    // POSTs a client session to /session; the answer SDP of the remote session.
-    std::optional<std::string> answerFor(const nlohmann::json& clientSession) const
-    {
-        httplib::Client http(m_origin);
-        http.set_read_timeout(15, 0);
-        auto response = http.Post("/session", vrq::base64Encode(clientSession.dump()), "text/plain");
-        if (!response || response->status != 200)
-            return std::nullopt;
-        auto decoded = vrq::base64Decode(response->body);
-        if (!decoded)
-            return std::nullopt;
-        auto remote = nlohmann::json::parse(*decoded, nullptr, false);
-        if (!remote.is_object() || !remote["sdp"].is_string())
-            return std::nullopt;
-        return remote["sdp"].get<std::string>();
-    }
-
 private:
-    pid_t m_pid = 0;
+    ChildProcess m_process;
     std::string m_origin;
-    FILE* m_reader = nullptr;
 };
+
+// POSTs a client session to ORIGIN/session; the answer SDP of the remote session.
+std::optional<std::string> answerFor(const std::string& origin, const nlohmann::json& clientSession)
+{
+    httplib::Client http(origin);
+    http.set_connection_timeout(5, 0);
+    http.set_read_timeout(15, 0);
+    auto response = http.Post("/session", vrq::base64Encode(clientSession.dump()), "text/plain");
+    if (!response || response->status != 200)
+        return std::nullopt;
+    auto decoded = vrq::base64Decode(response->body);
+    if (!decoded)
+        return std::nullopt;
+    auto remote = nlohmann::json::parse(*decoded, nullptr, false);
+    if (!remote.is_object() || !remote["sdp"].is_string())
+        return std::nullopt;
+    return remote["sdp"].get<std::string>();
+}
 
 double cpuSeconds()
 {
@@ -327,57 +311,190 @@ double cpuSeconds()
            + static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
+// A field of /proc/self/status given in kB ("VmRSS", "VmHWM"), in MB (2^20 bytes).
+double statusMegabytes(const std::string& field)
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(field + ":"))
+            return std::atof(line.c_str() + field.size() + 1) / 1024.0;
+    }
+    return 0;
+}
+
+// What a receiving child measured over its window.
 struct CpuSample {
     double percentOfOneCore = 0;
-    double fps = 0;
+    double wallSeconds = 0;
+    long frames = 0;
+    double peakMb = 0;     // VmHWM
+    double residentMb = 0; // VmRSS at the end
 };
 
-// Receives for a few seconds after the first frame and measures this process alone.
-template <typename Peer>
-std::optional<CpuSample> sampleCpu(Peer& peer, const std::function<long()>& frames, const nlohmann::json& session,
-                                   const ServerProcess& server)
+// The one line a receiving child prints, and the parent reads back.
+constexpr const char* kSampleFormat = "receive-sample cpu=%lf wall=%lf frames=%ld peak=%lf resident=%lf";
+constexpr const char* kFailurePrefix = "receive-failed ";
+
+std::string sampleLine(const CpuSample& s)
 {
-    auto answer = server.answerFor(session);
-    if (!answer)
+    char line[256];
+    std::snprintf(line, sizeof line, "receive-sample cpu=%.3f wall=%.3f frames=%ld peak=%.1f resident=%.1f", s.percentOfOneCore,
+                  s.wallSeconds, s.frames, s.peakMb, s.residentMb);
+    return line;
+}
+
+std::optional<CpuSample> parseSample(const std::string& line)
+{
+    CpuSample s;
+    if (std::sscanf(line.c_str(), kSampleFormat, &s.percentOfOneCore, &s.wallSeconds, &s.frames, &s.peakMb, &s.residentMb) != 5)
         return std::nullopt;
-    if constexpr (std::is_same_v<Peer, KitClient>)
-        peer.client->setRemoteSdp(*answer);
-    else
-        peer.applyAnswer(*answer);
-    if (!wait([&] { return peer.firstFrame.load(); }, 15s))
-        return std::nullopt;
+    return s;
+}
+
+// Lets two seconds pass after the first frame, then measures this process for the given time.
+CpuSample sampleCpu(const std::function<long()>& frames, int seconds)
+{
     vrq::runMainLoopUntil([] { return false; }, 2s);
     const long framesBefore = frames();
     const double cpuBefore = cpuSeconds();
     const auto start = Clock::now();
-    vrq::runMainLoopUntil([] { return false; }, 8s);
-    const double wall = msSince(start) / 1000.0;
-    return CpuSample{100.0 * (cpuSeconds() - cpuBefore) / wall, static_cast<double>(frames() - framesBefore) / wall};
+    vrq::runMainLoopUntil([] { return false; }, std::chrono::seconds(seconds));
+    CpuSample sample;
+    sample.wallSeconds = msSince(start) / 1000.0;
+    sample.percentOfOneCore = 100.0 * (cpuSeconds() - cpuBefore) / sample.wallSeconds;
+    sample.frames = frames() - framesBefore;
+    sample.peakMb = statusMegabytes("VmHWM");
+    sample.residentMb = statusMegabytes("VmRSS");
+    return sample;
 }
 
-void benchReceiveCpu()
+// One receiver as a receiving child drives it.
+struct Receiver {
+    std::function<std::optional<nlohmann::json>()> clientSession; // once the local description is set
+    std::function<bool(const std::string&)> applyAnswer;
+    std::function<bool()> firstFrame;
+    std::function<long()> frames;
+};
+
+// Connects to the server at origin and measures; the line to print.
+std::string receiveAndSample(const Receiver& receiver, const std::string& origin, int seconds)
 {
-    std::optional<CpuSample> kitSample, rawSample;
-    {
-        ServerProcess server("127.0.0.1", 1920, 1080, 60);
-        auto kit = KitClient::make();
-        wait([&] { return kit->localSet.load(); });
-        kitSample = sampleCpu(*kit, [&] { return static_cast<long>(kit->client->playView()->framesReceived()); },
-                              kit->client->getClientSession(), server);
+    std::optional<nlohmann::json> session;
+    if (!wait([&] { return (session = receiver.clientSession()).has_value(); }))
+        return std::string(kFailurePrefix) + "no local description within 10 s";
+    const auto answer = answerFor(origin, *session);
+    if (!answer)
+        return std::string(kFailurePrefix) + "the server at " + origin + " gave no answer";
+    if (!receiver.applyAnswer(*answer))
+        return std::string(kFailurePrefix) + "the answer could not be applied";
+    if (!wait(receiver.firstFrame, 20s))
+        return std::string(kFailurePrefix) + "no frame decoded within 20 s of the answer";
+    return sampleLine(sampleCpu(receiver.frames, seconds));
+}
+
+std::string receiveWithKit(const std::string& origin, int seconds)
+{
+    vrq::rtc::initializeEngine();
+    auto kit = KitClient::make();
+    return receiveAndSample(
+        {[&]() -> std::optional<nlohmann::json> {
+             if (!kit->localSet.load())
+                 return std::nullopt;
+             return kit->client->getClientSession();
+         },
+         [&](const std::string& answer) {
+             kit->client->setRemoteSdp(answer);
+             return true;
+         },
+         [&] { return kit->firstFrame.load(); },
+         [&] { return static_cast<long>(kit->client->playView()->framesReceived()); }},
+        origin, seconds);
+}
+
+std::string receiveBare(const std::string& origin, int seconds)
+{
+    gst_init(nullptr, nullptr);
+    BareReceiver bare;
+    if (!bare.started())
+        return std::string(kFailurePrefix) + "the bare webrtcbin pipeline did not start";
+    bare.makeOffer();
+    return receiveAndSample({[&]() -> std::optional<nlohmann::json> {
+                                 const auto offer = bare.offer();
+                                 if (!offer)
+                                     return std::nullopt;
+                                 return nlohmann::json{{"type", "offer"}, {"sdp", *offer}};
+                             },
+                             [&](const std::string& answer) { return bare.applyAnswer(answer); },
+                             [&] { return bare.firstFrame(); }, [&] { return bare.frames(); }},
+                            origin, seconds);
+}
+
+// "--receive-child kit|bare ORIGIN SECONDS": one receiver in this fresh process.
+int runReceiveChild(const std::vector<std::string>& arguments)
+{
+    const int seconds = arguments.size() == 4 ? std::atoi(arguments[3].c_str()) : 0;
+    std::string line;
+    if (seconds <= 0 || (arguments[1] != "kit" && arguments[1] != "bare"))
+        line = std::string(kFailurePrefix) + "usage: --receive-child kit|bare ORIGIN SECONDS";
+    else if (arguments[1] == "kit")
+        line = receiveWithKit(arguments[2], seconds);
+    else
+        line = receiveBare(arguments[2], seconds);
+    std::printf("%s\n", line.c_str());
+    std::fflush(stdout);
+    return line.starts_with(kFailurePrefix) ? 1 : 0;
+}
+
+// One receiver in a fresh child process against a server process of its own.
+std::optional<CpuSample> receiveInChild(const char* kind, int seconds)
+{
+    ServerProcess server("127.0.0.1", 1920, 1080, 60);
+    if (server.origin().empty()) {
+        std::printf("receive 1080p60 (%s): the game server did not start\n", kind);
+        return std::nullopt;
     }
-    {
-        ServerProcess server("127.0.0.1", 1920, 1080, 60);
-        RawOfferer raw;
-        wait([&] { return raw.offer().has_value(); });
-        rawSample = sampleCpu(raw, [&] { return raw.frames(); }, nlohmann::json{{"type", "offer"}, {"sdp", *raw.offer()}},
-                              server);
+    // This very program, even if its file was replaced since it started.
+    ChildProcess child({"/proc/self/exe", "--receive-child", kind, server.origin(), std::to_string(seconds)});
+    // Connecting, the first frame and the settling take well under a minute.
+    const auto deadline = Clock::now() + std::chrono::seconds(seconds) + 60s;
+    while (child.started()) {
+        const auto line = child.readLine(deadline);
+        if (!line)
+            break;
+        if (auto sample = parseSample(*line))
+            return sample;
+        if (line->starts_with(kFailurePrefix)) {
+            std::printf("receive 1080p60 (%s): %s\n", kind, line->c_str() + std::strlen(kFailurePrefix));
+            return std::nullopt;
+        }
+        std::fprintf(stderr, "%s\n", line->c_str());
     }
-    if (!kitSample || !rawSample) {
-        std::printf("receive 1080p60: no video arrived\n");
+    const bool late = Clock::now() >= deadline;
+    std::printf("receive 1080p60 (%s): no result %s; the receiving process %s\n", kind,
+                late ? "before the deadline" : "before its output ended", child.outcome().c_str());
+    return std::nullopt;
+}
+
+// CPU, decoded frames and memory of a process receiving 1080p60 from a
+// separate server process: the kit against a bare webrtcbin pipeline that
+// only depayloads and decodes, each in a fresh process of its own.
+void benchReceiveCpu(int seconds)
+{
+    const auto kit = receiveInChild("kit", seconds);
+    const auto bare = receiveInChild("bare", seconds);
+    if (!kit || !bare)
         return;
-    }
-    printPair("CPU receiving 1080p60 (% of one core)", "%", kitSample->percentOfOneCore, rawSample->percentOfOneCore);
-    printPair("frames decoded per second at 1080p60", "fps", kitSample->fps, rawSample->fps);
+    std::printf("receive (kit = VRQWebrtClient, bare = webrtcbin decoding into fakesink, each in a fresh process)\n");
+    char name[96];
+    std::snprintf(name, sizeof name, "CPU receiving 1080p60 for %d s (%% of one core)", seconds);
+    printRatio(name, "%", "kit", kit->percentOfOneCore, "bare", bare->percentOfOneCore);
+    // The server's source is live at 60 fps: the frames expected over the window.
+    const auto sent = [](const CpuSample& s) { return 60.0 * s.wallSeconds; };
+    printRatio("frames decoded / frames sent at 1080p60", "%", "kit", 100.0 * static_cast<double>(kit->frames) / sent(*kit),
+               "bare", 100.0 * static_cast<double>(bare->frames) / sent(*bare));
+    std::printf("    kit %ld of %.0f frames, bare %ld of %.0f frames\n", kit->frames, sent(*kit), bare->frames, sent(*bare));
+    printRatio("resident memory receiving 1080p60 (MB)", "MB", "kit", kit->residentMb, "bare", bare->residentMb);
+    printRatio("    peak resident memory (VmHWM)", "MB", "kit", kit->peakMb, "bare", bare->peakMb);
 }
 
 } // namespace
@@ -388,6 +505,9 @@ int main(int argc, char** argv)
 {
     ::setenv("VRQ_ICE_ADDRESSES", "127.0.0.1", 0);
     const std::vector<std::string> chosen(argv + 1, argv + argc);
+    // The receive benchmark runs each receiver in a fresh copy of this program.
+    if (!chosen.empty() && chosen[0] == "--receive-child")
+        return runReceiveChild(chosen);
     const auto runs = [&](const char* name) {
         return chosen.empty() || std::find(chosen.begin(), chosen.end(), name) != chosen.end();
     };
@@ -402,6 +522,6 @@ int main(int argc, char** argv)
     if (runs("latency"))
         benchConnectedSession();
     if (runs("receive"))
-        benchReceiveCpu();
+        benchReceiveCpu(15);
     return 0;
 }

@@ -357,7 +357,8 @@ GstPadProbeReturn ReceiveBranch::onParsedUnit(GstPad*, GstPadProbeInfo* info, gp
 GstPadProbeReturn ReceiveBranch::onSinkQuery(GstPad*, GstPadProbeInfo* info, gpointer)
 {
     GstQuery* query = gst_pad_probe_info_get_query(info);
-    if (query && GST_QUERY_TYPE(query) == GST_QUERY_ALLOCATION)
+    if (query && GST_QUERY_TYPE(query) == GST_QUERY_ALLOCATION
+        && !gst_query_find_allocation_meta(query, GST_VIDEO_META_API_TYPE, nullptr))
         gst_query_add_allocation_meta(query, GST_VIDEO_META_API_TYPE, nullptr);
     return GST_PAD_PROBE_OK;
 }
