@@ -147,15 +147,20 @@ public:
     }
 
 private:
+    // Work may start more work: joins until none is left.
     static void joinAll()
     {
-        std::vector<std::thread> running;
-        {
-            std::lock_guard lock(mutex());
-            running.swap(threads());
+        for (;;) {
+            std::vector<std::thread> running;
+            {
+                std::lock_guard lock(mutex());
+                running.swap(threads());
+            }
+            if (running.empty())
+                return;
+            for (std::thread& thread : running)
+                thread.join();
         }
-        for (std::thread& thread : running)
-            thread.join();
     }
     // Never destroyed: the exit handler may run after static destructors.
     static std::mutex& mutex()
