@@ -114,6 +114,7 @@ void GameBehaviour::onInput(GameSession& session, const ChannelMessage& message)
         std::lock_guard lock(m_mutex);
         m_capsLock = !m_capsLock;
     }
+    session.applyPointerInput(input);
     session.setSceneText(describeInput(input));
 }
 
@@ -143,6 +144,9 @@ void GameBehaviour::onAck(GameSession& session, const ChannelMessage& message)
         std::lock_guard lock(m_mutex);
         m_lastAcks[data["type"].get<std::string>()] = data;
     }
+    // The left button comes here, the other buttons on "km".
+    if (data["type"] == "mouseleft")
+        session.applyPointerInput(data);
     const auto answer = answerAck(session, data);
     if (!answer || !acksAnswered())
         return;

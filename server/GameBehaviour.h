@@ -27,7 +27,9 @@ class GameSession;
 // - "cd": the cursor image is pushed when the channel opens and sent again
 //   on a "nack" for its key.
 // - "sv": the game-start, archive-load and metric-key events go out when it opens.
-// - "km": input toggles caps lock (key 20) and is written over the scene.
+// - "km": input toggles caps lock (key 20) and is written over the scene;
+//   touches, mouse moves and buttons (the left one comes on "ack") are drawn
+//   over it too (see GameSession::applyPointerInput).
 // - "udp_trans" relays one of the client's other channels to a UDP port on the
 //   host until the session ends.
 //

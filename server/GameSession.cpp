@@ -1,6 +1,7 @@
 #include "GameSession.h"
 
 #include "HeartbeatReply.h"
+#include "PointerOverlay.h"
 
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/dispatch/SerialQueue.h"
@@ -87,7 +88,10 @@ rtc::SendMedia GameSession::sendMedia() const
     // holds the detection state, not the session.
     media.seiText = [detect = m_rttDetect] { return detect->text(vrq::nowMs()); };
     media.sendVideo = [frozen = m_videoFrozen] { return !frozen->load(); };
-    media.drawVideo = [overlay = m_overlay](rtc::VideoCanvas& canvas) { overlay->draw(canvas); };
+    media.drawVideo = [overlay = m_overlay, pointer = m_pointer](rtc::VideoCanvas& canvas) {
+        overlay->draw(canvas);
+        PointerOverlay::draw(pointer->snapshot(), canvas);
+    };
     return media;
 }
 

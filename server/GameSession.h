@@ -2,6 +2,7 @@
 
 #include "ChannelMessageLog.h"
 #include "MediaLaunch.h"
+#include "PointerState.h"
 #include "RttDetectSei.h"
 #include "SceneOverlay.h"
 
@@ -96,6 +97,10 @@ public:
     // The line drawn over the scene (empty: none), e.g. the last input.
     void setSceneText(const std::string& text) { m_overlay->setText(text); }
     std::string sceneText() const { return m_overlay->text(); }
+    // Touch and mouse input to draw over the scene (see PointerState); false
+    // when the message is not such input or is malformed.
+    bool applyPointerInput(const nlohmann::json& input) { return m_pointer->apply(input); }
+    PointerState::Snapshot pointerState() const { return m_pointer->snapshot(); }
 
     const std::string& id() const { return m_settings.id; }
     const std::string& token() const { return m_settings.token; }
@@ -144,6 +149,7 @@ private:
     const Settings m_settings;
     const std::shared_ptr<RttDetectSei> m_rttDetect = std::make_shared<RttDetectSei>();
     const std::shared_ptr<SceneOverlay> m_overlay = std::make_shared<SceneOverlay>();
+    const std::shared_ptr<PointerState> m_pointer = std::make_shared<PointerState>();
     const std::shared_ptr<std::atomic<bool>> m_videoFrozen = std::make_shared<std::atomic<bool>>(false);
     ChannelMessageLog m_messageLog;
     std::atomic<vrq::rtc::PeerConnectionState> m_connectionState = vrq::rtc::PeerConnectionState::New;

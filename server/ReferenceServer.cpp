@@ -6,6 +6,8 @@
 #include "HttpEndpoint.h"
 #include "SessionBackend.h"
 
+#include <httplib.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -67,8 +69,22 @@ bool ReferenceServer::bind()
     m_sessions->install(m_backendEndpoint->server());
     m_experience->install(m_backendEndpoint->server());
     m_faults->install(m_backendEndpoint->server());
+    installPointerRoute(m_backendEndpoint->server());
     m_reconnect->install(m_reconnectEndpoint->server());
     return true;
+}
+
+void ReferenceServer::installPointerRoute(httplib::Server& server)
+{
+    server.Get("/control/pointer", [this](const httplib::Request&, httplib::Response& response) {
+        const auto session = m_gameServer->latestSession();
+        if (!session) {
+            response.status = 404;
+            response.set_content(nlohmann::json{{"code", 404}}.dump(), "application/json");
+            return;
+        }
+        response.set_content(PointerState::describe(session->pointerState()).dump(), "application/json");
+    });
 }
 
 ReferenceServer::~ReferenceServer()

@@ -16,6 +16,10 @@
 #include <string>
 #include <vector>
 
+namespace httplib {
+class Server;
+}
+
 namespace vrqserver {
 
 class CursorImage;
@@ -27,6 +31,8 @@ class SessionBackend;
 // The whole back end of the game on one loopback host:
 // - on origin(): "POST /session", "/ExperienceOffer", "/CreateExperienceSession",
 //   the signed metrics ingest and the fault controls ("/control/*", see GameFaults);
+//   "GET /control/pointer": the latest session's touch and mouse input
+//   (PointerState::describe), 404 {"code":404} when there is no session;
 // - on host:reconnectPort: "POST /cloud_gaming/reconnect" (see ReconnectBackend);
 // - the game server, whose every session plays the game (see GameBehaviour).
 //
@@ -80,6 +86,7 @@ public:
 private:
     explicit ReferenceServer(Options options);
     bool bind();
+    void installPointerRoute(httplib::Server& server);
     void setUpSession(const std::shared_ptr<GameSession>& session);
 
     const Options m_options;

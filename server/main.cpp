@@ -2,8 +2,9 @@
 // address. It answers client sessions on "POST /session", experience codes
 // and reconnects (on the reconnect port), plays the game to every session
 // (closing those that stop sending heartbeats), takes fault controls on
-// "/control/*" and ingests the signed metrics and logs. It runs until SIGINT
-// or SIGTERM.
+// "/control/*", tells the latest session's touch and mouse input on
+// "GET /control/pointer" and ingests the signed metrics and logs. It runs
+// until SIGINT or SIGTERM.
 #include "ReferenceServer.h"
 
 #include "vrq/platform/dispatch/MainLoop.h"

@@ -277,3 +277,41 @@ TEST(GameBehaviourTest, InputReachesTheObserverAtOnceAndShowsOnTheScene)
     EXPECT_TRUE(waitUntil([&] { return served.session()->sceneText() == "axisleft 16383,-32767"; }));
     EXPECT_EQ(observedCount(), 3u);
 }
+
+TEST(GameBehaviourTest, TouchesAndTheMouseAreDrawnOnTheSceneAndReadOnTheControlRoute)
+{
+    auto options = vrqtest::referenceOptions(vrqtest::loopbackAddress());
+    options.game.video.pattern = "black"; // the finger's bright dot stands out
+    vrqtest::ServedClient served;
+    ASSERT_EQ(served.start(options), std::nullopt);
+    auto& client = served.client();
+    const auto pointer = [&] {
+        httplib::Client http(served.server().origin());
+        http.set_read_timeout(10, 0);
+        const auto response = http.Get("/control/pointer");
+        return response && response->status == 200 ? json::parse(response->body, nullptr, false) : json();
+    };
+    // Luma at the middle of the picture (320x240), where the finger goes.
+    const auto middleLuma = [&] {
+        const auto frame = client.frames().last();
+        return frame ? static_cast<int>(frame->plane(0).data[120 * frame->plane(0).stride + 160]) : 0;
+    };
+    ASSERT_TRUE(waitUntil([&] { return client.frames().count() >= 5; }));
+    EXPECT_LT(middleLuma(), 64) << "a black scene before any touch";
+    EXPECT_EQ(pointer(), json::parse(R"({"fingers":[],"pointer":null,"buttons":{"left":false,"right":false,"middle":false}})"));
+
+    ASSERT_TRUE(client.send("km", R"({"type":"event_touch","touch_id":0,"finger_id":1,"event_type":0,"x":187.5,"y":150,)"
+                                  R"("width":375,"height":300,"pressure":1,"timestamp":1})"));
+    ASSERT_TRUE(client.send("km", R"({"type":"mousemove_v2","x":2048,"y":6144})"));
+    ASSERT_TRUE(client.send("km", R"({"type":"mouseright","down":true})"));
+    ASSERT_TRUE(client.send("ack", ackReply(1, {{"type", "mouseleft"}, {"down", true}})));
+    const json expected = json::parse(R"({"fingers":[{"id":1,"x":0.5,"y":0.5}],"pointer":{"x":0.25,"y":0.75},)"
+                                      R"("buttons":{"left":true,"right":true,"middle":false}})");
+    EXPECT_TRUE(waitUntil([&] { return pointer() == expected; })) << pointer().dump();
+    EXPECT_TRUE(waitUntil([&] { return middleLuma() > 150; })) << "the finger shows on the decoded video";
+
+    ASSERT_TRUE(client.send("km", R"({"type":"event_touch","touch_id":0,"finger_id":1,"event_type":2,"x":187.5,"y":150,)"
+                                  R"("width":375,"height":300,"pressure":1,"timestamp":2})"));
+    EXPECT_TRUE(waitUntil([&] { return served.session()->pointerState().fingers.empty(); }));
+    EXPECT_EQ(pointer()["fingers"], json::array());
+}
