@@ -1,6 +1,7 @@
 #include "InputTour.h"
 
 #include "EventLog.h"
+#include "TouchStage.h"
 
 #include "vrq/core/VRQGameController.h"
 #include "vrq/platform/dispatch/Timer.h"
@@ -41,12 +42,64 @@ InputTour::Step replyStep(std::string name, const std::shared_ptr<EventLog>& eve
             }};
 }
 
+// Fingers on the kit's touch views: two on the touch screen, then a third;
+// then the cursor in absolute, touchpad, move-only and first-person modes.
+void addTouchSteps(std::vector<Step>& steps, const std::shared_ptr<TouchStage>& stage)
+{
+    const auto on = [stage](std::function<void(TouchStage&)> fingers) {
+        return [stage, fingers = std::move(fingers)](VRQGameController&) {
+            if (stage)
+                fingers(*stage);
+        };
+    };
+    steps.push_back({"touch screen: two fingers down", on([](TouchStage& s) {
+                         s.useTouchScreen();
+                         s.down(1, {300, 300});
+                         s.down(2, {500, 350});
+                     })});
+    steps.push_back({"touch screen: both move", on([](TouchStage& s) {
+                         s.move(1, {320, 310});
+                         s.move(2, {480, 340});
+                     })});
+    steps.push_back({"touch screen: a third finger", on([](TouchStage& s) { s.down(3, {700, 200}); })});
+    steps.push_back({"touch screen: all up", on([](TouchStage& s) {
+                         s.up(1, {320, 310});
+                         s.up(2, {480, 340});
+                         s.up(3, {700, 200});
+                     })});
+    steps.push_back({"cursor absolute: press and drag", on([](TouchStage& s) {
+                         s.useCursor(0, false);
+                         s.down(4, {640, 360});
+                         s.move(4, {700, 380});
+                     })});
+    steps.push_back({"cursor absolute: release", on([](TouchStage& s) { s.up(4, {700, 380}); })});
+    steps.push_back({"cursor touchpad: tap", on([](TouchStage& s) {
+                         s.useCursor(1, false);
+                         s.down(5, {600, 300});
+                         s.up(5, {600, 300});
+                     })});
+    steps.push_back({"cursor move only: drag", on([](TouchStage& s) {
+                         s.useCursor(2, false);
+                         s.down(6, {600, 300});
+                         s.move(6, {630, 320});
+                         s.up(6, {630, 320});
+                     })});
+    steps.push_back({"cursor first-person: drag", on([](TouchStage& s) {
+                         s.useCursor(0, true);
+                         s.down(7, {600, 300});
+                         s.move(7, {640, 280});
+                         s.up(7, {640, 280});
+                     })});
+}
+
 } // namespace
 
-InputTour::InputTour(std::shared_ptr<VRQGameController> controller, std::shared_ptr<EventLog> events)
+InputTour::InputTour(std::shared_ptr<VRQGameController> controller, std::shared_ptr<TouchStage> stage,
+                     std::shared_ptr<EventLog> events)
     : m_controller(std::move(controller))
+    , m_stage(std::move(stage))
     , m_events(std::move(events))
-    , m_steps(makeSteps(m_events))
+    , m_steps(makeSteps(m_events, m_stage))
 {
 }
 
@@ -57,10 +110,10 @@ InputTour::~InputTour()
 
 std::size_t InputTour::stepCount()
 {
-    return makeSteps(nullptr).size();
+    return makeSteps(nullptr, nullptr).size();
 }
 
-std::vector<InputTour::Step> InputTour::makeSteps(const std::shared_ptr<EventLog>& events)
+std::vector<InputTour::Step> InputTour::makeSteps(const std::shared_ptr<EventLog>& events, const std::shared_ptr<TouchStage>& stage)
 {
     std::vector<Step> steps;
     addPressAndRelease(steps, "key A", [](VRQGameController& c, bool down) { c.clickKeyboard(kKeyA, down); });
@@ -84,6 +137,7 @@ std::vector<InputTour::Step> InputTour::makeSteps(const std::shared_ptr<EventLog
     steps.push_back(replyStep("caps lock query", events, [](VRQGameController& c, auto reply) { c.asyncCheckRemoteCapsLock(reply); }));
     steps.push_back(replyStep("paste", events, [](VRQGameController& c, auto reply) { c.asyncPasteText("hello from vrq-play", reply); }));
     steps.push_back({"cursor mode 1", [](VRQGameController& c) { c.setCursorShowMode(1); }});
+    addTouchSteps(steps, stage);
     return steps;
 }
 

@@ -5,6 +5,7 @@
 #include "FrameSnapshot.h"
 #include "HeadlessWindow.h"
 #include "InputTour.h"
+#include "TouchStage.h"
 #include "PlaySession.h"
 #include "PrintingLogDelegate.h"
 #include "SessionStatistics.h"
@@ -132,7 +133,8 @@ void PlayApp::startTourIfDue()
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(m_deadline - Clock::now()) - kTourMargin;
     const auto fitting = left / static_cast<long>(InputTour::stepCount());
     const auto interval = std::clamp(fitting, std::chrono::milliseconds(20), std::chrono::milliseconds(kTourStepInterval));
-    m_tour = std::make_unique<InputTour>(m_session->player()->gameController(), m_events);
+    m_stage = std::make_shared<TouchStage>(m_session->player());
+    m_tour = std::make_unique<InputTour>(m_session->player()->gameController(), m_stage, m_events);
     m_events->emit("autoplay", {{"steps", InputTour::stepCount()}, {"interval_ms", interval.count()}},
                    std::to_string(InputTour::stepCount()) + " steps, one every " + std::to_string(interval.count()) + " ms");
     m_tour->start(interval);

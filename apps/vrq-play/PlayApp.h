@@ -12,6 +12,7 @@ class EventLog;
 class InputTour;
 class PlaySession;
 class PlayWindow;
+class TouchStage;
 
 namespace vrq {
 class Timer;
@@ -49,6 +50,7 @@ private:
     bool m_metricsToBundled = false;
     std::unique_ptr<PlayWindow> m_window;
     std::shared_ptr<PlaySession> m_session;
+    std::shared_ptr<TouchStage> m_stage;
     std::unique_ptr<InputTour> m_tour;
     std::shared_ptr<vrq::Timer> m_sampler;
     std::chrono::steady_clock::time_point m_deadline;

@@ -4,6 +4,7 @@
 #include "PlayWindow.h"
 #include "SessionStatistics.h"
 
+#include "vrq/control/VRQVirtualMouseCursor.h"
 #include "vrq/core/VRQGameController.h"
 #include "vrq/platform/services/HttpTransport.h"
 #include "vrq/utils/VRQJsonHelpers.h"
@@ -193,9 +194,19 @@ void PlaySession::onGameProcessRun()
 
 // MARK: - Controller events
 
+// The remote cursor's state and images go to the on-screen cursor, if the
+// host laid one out: hidden, it switches to first-person mode.
+std::shared_ptr<VRQVirtualMouseCursor> PlaySession::mouseCursor() const
+{
+    auto controller = m_player ? m_player->gameController() : nullptr;
+    return controller ? controller->mouseCursor() : nullptr;
+}
+
 void PlaySession::onCursorVisibleChanged(bool visible)
 {
     m_events->emit("cursor_visible", {{"visible", visible}}, visible ? "shown" : "hidden");
+    if (auto cursor = mouseCursor())
+        cursor->setCursorIsShow(visible);
 }
 
 void PlaySession::onClickedTextField(std::int64_t result)
@@ -214,4 +225,6 @@ void PlaySession::onCursorImageUpdated(const std::shared_ptr<const vrq::Image>& 
     const int height = image ? image->height() : 0;
     m_events->emit("cursor_image", {{"width", width}, {"height", height}, {"frame", vrq::stringFromRect(frame)}},
                    std::to_string(width) + "x" + std::to_string(height) + " at " + vrq::stringFromRect(frame));
+    if (auto cursor = mouseCursor())
+        cursor->setCursorImage(image, frame);
 }

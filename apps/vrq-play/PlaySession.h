@@ -13,6 +13,7 @@
 
 class EventLog;
 class PlayWindow;
+class VRQVirtualMouseCursor;
 
 // One play session as a host runs it: it creates the player, hands the
 // client session to the back end (POST /session, or /ExperienceOffer and then
@@ -38,6 +39,7 @@ public:
     void end();
 
     const std::shared_ptr<VRQGamePlayer>& player() const { return m_player; }
+    std::shared_ptr<VRQVirtualMouseCursor> mouseCursor() const;
     bool videoShown() const { return m_videoShows > 0; }
     int videoShows() const { return m_videoShows; }
     // Why the session cannot play, once it is known.
