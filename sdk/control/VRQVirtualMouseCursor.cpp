@@ -19,11 +19,15 @@ bool isFinite(vrq::Point point)
     return std::isfinite(point.x) && std::isfinite(point.y);
 }
 
-// Positive values round down, zero and negative ones toward zero, and a
-// positive value of at most 0.001 rounds up: kept as the remote side expects.
-double roundForGrid(double value, double gridValue)
+// A length along a parent extent on the grid. Positive values round down,
+// zero and negative ones toward zero, and a positive value of at most 0.001
+// rounds up: kept as the remote side expects.
+std::optional<double> toGrid(double value, double extent)
 {
-    return value > 0.001 ? std::floor(gridValue) : std::ceil(gridValue);
+    if (!(extent > 0) || !std::isfinite(value))
+        return std::nullopt;
+    const double grid = value * VRQVirtualMouseCursor::kGridSize / extent;
+    return value > 0.001 ? std::floor(grid) : std::ceil(grid);
 }
 
 } // namespace
@@ -116,18 +120,12 @@ vrq::Size VRQVirtualMouseCursor::parentSize() const
 
 std::optional<double> VRQVirtualMouseCursor::convertX(double value) const
 {
-    const double width = parentSize().width;
-    if (!(width > 0) || !std::isfinite(value))
-        return std::nullopt;
-    return roundForGrid(value, value * kGridSize / width);
+    return toGrid(value, parentSize().width);
 }
 
 std::optional<double> VRQVirtualMouseCursor::convertY(double value) const
 {
-    const double height = parentSize().height;
-    if (!(height > 0) || !std::isfinite(value))
-        return std::nullopt;
-    return roundForGrid(value, value * kGridSize / height);
+    return toGrid(value, parentSize().height);
 }
 
 void VRQVirtualMouseCursor::sendMoveMessageX(double x, double y)
