@@ -43,33 +43,40 @@ void VRQRemoteTouchScreen::commonInit()
     setUserInteractionEnabled(true);
     setMultipleTouchEnabled(true);
     m_fingerIdMap.clear();
-    m_maxWidth = roundedToFloat(frame().size.width, 10);
-    m_maxHeight = roundedToFloat(frame().size.height, 10);
+    updateMaxSize();
 }
 
 void VRQRemoteTouchScreen::setFrame(vrq::Rect frame)
 {
     View::setFrame(frame);
-    m_maxWidth = roundedToFloat(this->frame().size.width, 10);
-    m_maxHeight = roundedToFloat(this->frame().size.height, 10);
+    updateMaxSize();
+}
+
+void VRQRemoteTouchScreen::updateMaxSize()
+{
+    m_maxWidth = roundedToFloat(frame().size.width, 10);
+    m_maxHeight = roundedToFloat(frame().size.height, 10);
+}
+
+// Below 0.001 (negatives too) the integer 0; at or past the view's size, the
+// view's size; else to two decimals.
+json VRQRemoteTouchScreen::convert(double value, double extent, float maxValue)
+{
+    if (value < 0.001)
+        return 0;
+    if (value >= extent)
+        return floatNumber(maxValue);
+    return floatNumber(roundedToFloat(value, 100));
 }
 
 json VRQRemoteTouchScreen::convertX(double x) const
 {
-    if (x < 0.001)
-        return 0;
-    if (x >= frame().size.width)
-        return floatNumber(m_maxWidth);
-    return floatNumber(roundedToFloat(x, 100));
+    return convert(x, frame().size.width, m_maxWidth);
 }
 
 json VRQRemoteTouchScreen::convertY(double y) const
 {
-    if (y < 0.001)
-        return 0;
-    if (y >= frame().size.height)
-        return floatNumber(m_maxHeight);
-    return floatNumber(roundedToFloat(y, 100));
+    return convert(y, frame().size.height, m_maxHeight);
 }
 
 // The lowest free id of ten; with ten fingers down, an eleventh takes id 9

@@ -37,6 +37,8 @@ private:
     enum EventType : int { Down = 0, Move = 1, Up = 2 };
 
     void commonInit();
+    void updateMaxSize();
+    static nlohmann::json convert(double value, double extent, float maxValue);
     void sendTouch(const std::shared_ptr<vrq::Touch>& touch, EventType type);
     nlohmann::json convertX(double x) const;
     nlohmann::json convertY(double y) const;

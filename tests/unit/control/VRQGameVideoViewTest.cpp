@@ -58,22 +58,6 @@ TEST(VRQGameVideoViewTest, StartsWithTheDefaultZoomSettings)
     EXPECT_EQ(view.videoOrientation(), 1);
 }
 
-TEST(ViewTest, FrameHelpersKeepTheRestOfTheFrame)
-{
-    auto parent = std::make_shared<vrq::View>(vrq::Rect{{0, 0}, {400, 300}});
-    auto child = std::make_shared<vrq::View>(vrq::Rect{{10, 20}, {100, 50}});
-    parent->addSubview(child);
-    child->vrq_setCenter({200, 150});
-    EXPECT_EQ(child->frame(), (vrq::Rect{{150, 125}, {100, 50}}));
-    child->vrq_setW(80);
-    child->vrq_setY(5);
-    EXPECT_EQ(child->frame(), (vrq::Rect{{150, 5}, {80, 50}}));
-    EXPECT_EQ(child->superview(), parent.get());
-    child->removeFromSuperview();
-    EXPECT_TRUE(parent->subviews().empty());
-    EXPECT_EQ(child->superview(), nullptr);
-}
-
 } // namespace
 
 namespace {
