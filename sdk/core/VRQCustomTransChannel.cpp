@@ -143,13 +143,13 @@ void VRQCustomTransChannel::onBindReply(const std::optional<VRQError>& error, co
         // it: the binding failed. Reported, not asserted, so that no server
         // can stop the host, and so that the host is not left waiting.
         VRQ_LOG(3, "ack label:%s channel:%s", label.c_str(), m_channelLabel.c_str());
-        const VRQError failure{VRQGamePlayer::kErrorDomain, kLabelMismatch, "ack label:" + label + " channel:" + m_channelLabel};
+        const VRQError failure{VRQGamePlayer::kErrorDomain, kLabelMismatch, "ack label:" + label + " channel:" + m_channelLabel, {}};
         vrqCallHost("onConnFailed", [&] { target->onConnFailed(failure, m_remoteUdpPort); });
         return;
     }
     const std::int32_t code = vrq_intForKey(data, "code", -2);
     if (code != 0) {
-        const VRQError failure{VRQGamePlayer::kErrorDomain, code, {}};
+        const VRQError failure{VRQGamePlayer::kErrorDomain, code, {}, {}};
         vrqCallHost("onConnFailed", [&] { target->onConnFailed(failure, m_remoteUdpPort); });
         return;
     }

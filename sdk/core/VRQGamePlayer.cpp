@@ -61,7 +61,7 @@ std::chrono::milliseconds secondsToMs(double seconds)
 
 VRQError sdkError(int code)
 {
-    return VRQError{VRQGamePlayer::kErrorDomain, code, {}};
+    return VRQError{VRQGamePlayer::kErrorDomain, code, {}, {}};
 }
 
 std::string className(const VRQGameMessageHandler& handler)

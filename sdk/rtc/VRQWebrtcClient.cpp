@@ -43,7 +43,7 @@ int payloadTypeNumber(const std::string& digits)
 
 VRQError kitError(const Error& error)
 {
-    return VRQError{error.domain, error.code, error.description};
+    return VRQError{error.domain, error.code, error.description, {}};
 }
 
 std::vector<std::string> splitLines(const std::string& sdp)

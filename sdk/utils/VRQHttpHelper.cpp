@@ -86,7 +86,7 @@ void send(vrq::HttpRequest request, VRQHttpHelper::FinishBlock finishBlk, bool l
                                                               std::optional<vrq::HttpError> failure, vrq::HttpResponse response) {
         std::optional<VRQError> error;
         if (failure)
-            error = VRQError{failure->domain, failure->code, failure->description};
+            error = VRQError{failure->domain, failure->code, failure->description, {}};
         if (finishBlk) {
             try {
                 finishBlk(error, std::move(response.body));
@@ -175,7 +175,7 @@ void VRQHttpHelper::asyncRquestPost(const std::string& url, const nlohmann::json
     } catch (const nlohmann::json::exception& exception) {
         VRQ_LOG(2, "JSON serialization error:%s", exception.what());
         if (finishBlk) {
-            VRQError error{"VRQJsonSerialization", exception.id, exception.what()};
+            VRQError error{"VRQJsonSerialization", exception.id, exception.what(), {}};
             vrq::dispatchMainAsync([finishBlk = std::move(finishBlk), error] { finishBlk(error, std::string()); });
         }
         return;

@@ -1,7 +1,9 @@
 #include "vrq/utils/VRQLayoutHelpers.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
+#include <cstdint>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -105,6 +107,21 @@ private:
 float vrq_floatValue(std::string_view text)
 {
     return NumberScanner(text).scan();
+}
+
+std::int32_t vrq_intValue(std::string_view text)
+{
+    std::size_t at = 0;
+    while (at < text.size() && std::isspace(static_cast<unsigned char>(text[at])))
+        ++at;
+    const bool negative = at < text.size() && text[at] == '-';
+    if (at < text.size() && (text[at] == '-' || text[at] == '+'))
+        ++at;
+    std::int64_t magnitude = 0;
+    const std::int64_t limit = negative ? -std::int64_t{INT32_MIN} : INT32_MAX;
+    for (; at < text.size() && std::isdigit(static_cast<unsigned char>(text[at])); ++at)
+        magnitude = std::min(magnitude * 10 + (text[at] - '0'), limit);
+    return static_cast<std::int32_t>(negative ? -magnitude : magnitude);
 }
 
 double getPointValue(std::string_view text, double reference)

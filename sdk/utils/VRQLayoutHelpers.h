@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <nlohmann/json.hpp>
 #include <string_view>
 
@@ -13,6 +14,11 @@
 // exponent are read and the rest ignored. No number gives 0; a magnitude
 // beyond the float range gives an infinity, one too small gives 0.
 float vrq_floatValue(std::string_view text);
+
+// The whole number at the start of a text: leading white space is skipped, an
+// optional sign and digits are read and the rest ignored. No number gives 0;
+// beyond the 32-bit range the nearest end of it.
+std::int32_t vrq_intValue(std::string_view text);
 
 // A layout length against a reference length:
 //   "0.5r" is relative: 0.5 times the reference;

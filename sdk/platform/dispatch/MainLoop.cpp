@@ -1,4 +1,5 @@
 #include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/Timer.h"
 
 #include <glib.h>
 
@@ -183,7 +184,7 @@ bool runMainLoopUntil(const std::function<bool()>& predicate, std::chrono::milli
 std::int64_t nowMs()
 {
     using namespace std::chrono;
-    return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
+    return duration_cast<milliseconds>(Timer::wallNow().time_since_epoch()).count();
 }
 
 } // namespace vrq

@@ -32,6 +32,7 @@ void dispatchGlobalAsync(std::function<void()> fn);
 bool runMainLoopUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout);
 
 // Wall-clock milliseconds since 1970: the one source of times on the wire.
+// Under a test's manual timer clock it moves with that clock.
 std::int64_t nowMs();
 
 } // namespace vrq

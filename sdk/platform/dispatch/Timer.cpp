@@ -20,6 +20,8 @@ namespace {
 std::mutex gClockMutex;
 std::atomic<bool> gManualClock{false}; // written under gClockMutex
 Clock::time_point gManualNow;          // guarded by gClockMutex
+Clock::time_point gManualStart;        // guarded by gClockMutex: when manual time began,
+std::chrono::system_clock::time_point gManualWallStart; // on both clocks
 
 // a + b, held at time_point::max() instead of overflowing: an interval of
 // centuries means "never", not "at once".
@@ -231,6 +233,16 @@ Clock::time_point Timer::now()
     return gManualClock ? gManualNow : Clock::now();
 }
 
+std::chrono::system_clock::time_point Timer::wallNow()
+{
+    if (!gManualClock.load())
+        return std::chrono::system_clock::now();
+    std::lock_guard lock(gClockMutex);
+    if (!gManualClock)
+        return std::chrono::system_clock::now();
+    return gManualWallStart + std::chrono::duration_cast<std::chrono::system_clock::duration>(gManualNow - gManualStart);
+}
+
 bool Timer::isClockManual()
 {
     return gManualClock.load();
@@ -240,8 +252,10 @@ void Timer::setManualClock(bool manual)
 {
     {
         std::lock_guard lock(gClockMutex);
-        if (manual && !gManualClock)
-            gManualNow = Clock::now();
+        if (manual && !gManualClock) {
+            gManualNow = gManualStart = Clock::now();
+            gManualWallStart = std::chrono::system_clock::now();
+        }
         gManualClock = manual;
     }
     Scheduler::shared().wake();

@@ -33,6 +33,9 @@ public:
     // timers due by then fire (a repeating timer whose last tick has not run
     // yet fires once, as on the steady clock).
     static std::chrono::steady_clock::time_point now();
+    // The wall clock, which under manual control stands still and moves
+    // with advanceClock too.
+    static std::chrono::system_clock::time_point wallNow();
     static bool isClockManual();
     static void setManualClock(bool manual);
     static void advanceClock(Duration by);

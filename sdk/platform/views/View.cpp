@@ -180,6 +180,7 @@ void View::insertSubview(const std::shared_ptr<View>& view, std::size_t index)
     keep->m_superview = this;
     setNeedsLayout();
     keep->setNeedsDisplay();
+    keep->didMoveToSuperview();
 }
 
 void View::removeFromSuperview()
@@ -197,6 +198,7 @@ void View::removeFromSuperview()
         return;
     const std::shared_ptr<View> keep = *it; // alive until this function returns
     siblings.erase(it);
+    didMoveToSuperview();
 }
 
 Window* View::window() const

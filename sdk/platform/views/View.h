@@ -85,6 +85,9 @@ public:
     void removeGestureRecognizer(const std::shared_ptr<GestureRecognizer>& recognizer);
     const std::vector<std::shared_ptr<GestureRecognizer>>& gestureRecognizers() const { return m_gestureRecognizers; }
 
+    // Called on the view once it was added to a superview or removed from it.
+    virtual void didMoveToSuperview() {}
+
     // Layout: setNeedsLayout marks the view, layoutIfNeeded runs
     // layoutSubviews on it (and its marked subviews) once.
     void setNeedsLayout() { m_needsLayout = true; }

@@ -122,7 +122,7 @@ TEST(CustomChannelTest, AGameStartsFromAnExperienceCode)
     auto registered = backEnd.Post("/ExperienceOffer", offer.dump(), "application/json");
     ASSERT_TRUE(registered);
     ASSERT_EQ(registered->status, 200);
-    VRQError error{"untouched", 0, {}};
+    VRQError error{"untouched", 0, {}, {}};
     session.player->startGameWithExperienceCode("demo-42", &error);
     ASSERT_TRUE(session.waitForEvent("video"));
     EXPECT_EQ(error.domain, "untouched");

@@ -134,7 +134,7 @@ TEST_F(PlayerTest, RemoteSessionsThatCannotStartAreRefusedWithTheirCodes)
         {session({{"code", 0}, {"sdp", ""}}), std::nullopt},
     };
     for (const auto& testCase : cases) {
-        VRQError error{"untouched", 1, {}};
+        VRQError error{"untouched", 1, {}, {}};
         EXPECT_FALSE(m_player->startGameWithRemoteSession(testCase.text, &error)) << testCase.text;
         if (testCase.errorCode) {
             EXPECT_EQ(error.domain, "VRQSDK");
