@@ -44,7 +44,7 @@ bool isTrue(const json& object, const char* key)
     return found != object.end() && found->is_boolean() && found->get<bool>();
 }
 
-// A short line for the scene: "keyboard 65 down", "mouse 4096,100", "axisleft 16383,-32767".
+// A short line for the scene: "keyboard 65 down", "mouse 4096,100", "axisleft 16383,-32767", "rt 255".
 std::string describeInput(const json& input)
 {
     const std::string type = stringField(input, "type");
@@ -55,6 +55,8 @@ std::string describeInput(const json& input)
         line += " " + numberText(*key);
     if (input.contains("x") && input.contains("y"))
         line += " " + numberText(input["x"]) + "," + numberText(input["y"]);
+    else if (input.contains("x"))
+        line += " " + numberText(input["x"]);
     if (const auto delta = input.find("delta"); delta != input.end())
         line += " " + numberText(*delta);
     if (const auto down = input.find("down"); down != input.end() && down->is_boolean())
@@ -110,11 +112,23 @@ void GameBehaviour::onInput(GameSession& session, const ChannelMessage& message)
     const json input = json::parse(message.bytes, nullptr, false);
     if (message.isBinary || !input.is_object())
         return;
+    if (stringField(input, "type") != "key_seq") {
+        perform(session, input);
+        return;
+    }
+    // Each text of a key sequence is performed as if it had come alone.
+    for (const json& instruction : session.recordKeySequence(input.value("keys", json())))
+        perform(session, instruction);
+}
+
+void GameBehaviour::perform(GameSession& session, const json& input)
+{
     if (isKeyDown(input, kCapsLockKey)) {
         std::lock_guard lock(m_mutex);
         m_capsLock = !m_capsLock;
     }
     session.applyPointerInput(input);
+    session.applyGamepadInput(input);
     session.setSceneText(describeInput(input));
 }
 
@@ -144,9 +158,11 @@ void GameBehaviour::onAck(GameSession& session, const ChannelMessage& message)
         std::lock_guard lock(m_mutex);
         m_lastAcks[data["type"].get<std::string>()] = data;
     }
-    // The left button comes here, the other buttons on "km".
+    // The left button and the release of every key come here, the other input on "km".
     if (data["type"] == "mouseleft")
         session.applyPointerInput(data);
+    else if (data["type"] == "keys_clean")
+        session.applyGamepadInput(data);
     const auto answer = answerAck(session, data);
     if (!answer || !acksAnswered())
         return;

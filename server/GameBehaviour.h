@@ -29,7 +29,10 @@ class GameSession;
 // - "sv": the game-start, archive-load and metric-key events go out when it opens.
 // - "km": input toggles caps lock (key 20) and is written over the scene;
 //   touches, mouse moves and buttons (the left one comes on "ack") are drawn
-//   over it too (see GameSession::applyPointerInput).
+//   over it too (see GameSession::applyPointerInput), and so is the virtual
+//   controller (see GameSession::applyGamepadInput; "keys_clean" comes on
+//   "ack"). A "key_seq" is recorded and each of its texts performed in
+//   order, as if it had come alone.
 // - "udp_trans" relays one of the client's other channels to a UDP port on the
 //   host until the session ends.
 //
@@ -66,6 +69,7 @@ private:
     void onAck(GameSession& session, const ChannelMessage& message);
     void onCursorData(GameSession& session, const ChannelMessage& message);
     void onInput(GameSession& session, const ChannelMessage& message);
+    void perform(GameSession& session, const nlohmann::json& input);
     void onClose();
     std::optional<nlohmann::json> answerAck(GameSession& session, const nlohmann::json& data);
     nlohmann::json autoLogin(GameSession& session, const nlohmann::json& data);

@@ -1,5 +1,6 @@
 #include "GameSession.h"
 
+#include "GamepadOverlay.h"
 #include "HeartbeatReply.h"
 #include "PointerOverlay.h"
 
@@ -88,8 +89,9 @@ rtc::SendMedia GameSession::sendMedia() const
     // holds the detection state, not the session.
     media.seiText = [detect = m_rttDetect] { return detect->text(vrq::nowMs()); };
     media.sendVideo = [frozen = m_videoFrozen] { return !frozen->load(); };
-    media.drawVideo = [overlay = m_overlay, pointer = m_pointer](rtc::VideoCanvas& canvas) {
+    media.drawVideo = [overlay = m_overlay, pointer = m_pointer, gamepad = m_gamepad](rtc::VideoCanvas& canvas) {
         overlay->draw(canvas);
+        GamepadOverlay::draw(gamepad->pad(), canvas);
         PointerOverlay::draw(pointer->snapshot(), canvas);
     };
     return media;

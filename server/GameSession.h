@@ -1,6 +1,7 @@
 #pragma once
 
 #include "ChannelMessageLog.h"
+#include "GamepadState.h"
 #include "MediaLaunch.h"
 #include "PointerState.h"
 #include "RttDetectSei.h"
@@ -101,6 +102,12 @@ public:
     // when the message is not such input or is malformed.
     bool applyPointerInput(const nlohmann::json& input) { return m_pointer->apply(input); }
     PointerState::Snapshot pointerState() const { return m_pointer->snapshot(); }
+    // The virtual controller and the keys held, also drawn over the scene (see
+    // GamepadState); false when the message is not such input or is malformed.
+    bool applyGamepadInput(const nlohmann::json& input) { return m_gamepad->apply(input); }
+    // Records a key sequence's "keys" and returns the inputs to perform, in order.
+    std::vector<nlohmann::json> recordKeySequence(const nlohmann::json& keys) { return m_gamepad->recordSequence(keys); }
+    GamepadState::Snapshot gamepadState() const { return m_gamepad->snapshot(); }
 
     const std::string& id() const { return m_settings.id; }
     const std::string& token() const { return m_settings.token; }
@@ -150,6 +157,7 @@ private:
     const std::shared_ptr<RttDetectSei> m_rttDetect = std::make_shared<RttDetectSei>();
     const std::shared_ptr<SceneOverlay> m_overlay = std::make_shared<SceneOverlay>();
     const std::shared_ptr<PointerState> m_pointer = std::make_shared<PointerState>();
+    const std::shared_ptr<GamepadState> m_gamepad = std::make_shared<GamepadState>();
     const std::shared_ptr<std::atomic<bool>> m_videoFrozen = std::make_shared<std::atomic<bool>>(false);
     ChannelMessageLog m_messageLog;
     std::atomic<vrq::rtc::PeerConnectionState> m_connectionState = vrq::rtc::PeerConnectionState::New;

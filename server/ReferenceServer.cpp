@@ -69,21 +69,30 @@ bool ReferenceServer::bind()
     m_sessions->install(m_backendEndpoint->server());
     m_experience->install(m_backendEndpoint->server());
     m_faults->install(m_backendEndpoint->server());
-    installPointerRoute(m_backendEndpoint->server());
+    installInputRoutes(m_backendEndpoint->server());
     m_reconnect->install(m_reconnectEndpoint->server());
     return true;
 }
 
-void ReferenceServer::installPointerRoute(httplib::Server& server)
+void ReferenceServer::installInputRoutes(httplib::Server& server)
 {
-    server.Get("/control/pointer", [this](const httplib::Request&, httplib::Response& response) {
+    installSessionRead(server, "/control/pointer",
+                       [](const GameSession& session) { return PointerState::describe(session.pointerState()); });
+    installSessionRead(server, "/control/gamepad",
+                       [](const GameSession& session) { return GamepadState::describe(session.gamepadState()); });
+}
+
+void ReferenceServer::installSessionRead(httplib::Server& server, const std::string& path,
+                                         std::function<nlohmann::json(const GameSession&)> read)
+{
+    server.Get(path, [this, read = std::move(read)](const httplib::Request&, httplib::Response& response) {
         const auto session = m_gameServer->latestSession();
         if (!session) {
             response.status = 404;
             response.set_content(nlohmann::json{{"code", 404}}.dump(), "application/json");
             return;
         }
-        response.set_content(PointerState::describe(session->pointerState()).dump(), "application/json");
+        response.set_content(read(*session).dump(), "application/json");
     });
 }
 

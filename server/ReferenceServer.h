@@ -32,7 +32,9 @@ class SessionBackend;
 // - on origin(): "POST /session", "/ExperienceOffer", "/CreateExperienceSession",
 //   the signed metrics ingest and the fault controls ("/control/*", see GameFaults);
 //   "GET /control/pointer": the latest session's touch and mouse input
-//   (PointerState::describe), 404 {"code":404} when there is no session;
+//   (PointerState::describe), and "GET /control/gamepad": its virtual
+//   controller, keys held and key sequences (GamepadState::describe);
+//   both 404 {"code":404} when there is no session;
 // - on host:reconnectPort: "POST /cloud_gaming/reconnect" (see ReconnectBackend);
 // - the game server, whose every session plays the game (see GameBehaviour).
 //
@@ -86,7 +88,10 @@ public:
 private:
     explicit ReferenceServer(Options options);
     bool bind();
-    void installPointerRoute(httplib::Server& server);
+    void installInputRoutes(httplib::Server& server);
+    // A GET of path answering what read makes of the latest session.
+    void installSessionRead(httplib::Server& server, const std::string& path,
+                            std::function<nlohmann::json(const GameSession&)> read);
     void setUpSession(const std::shared_ptr<GameSession>& session);
 
     const Options m_options;

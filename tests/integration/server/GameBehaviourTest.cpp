@@ -315,3 +315,61 @@ TEST(GameBehaviourTest, TouchesAndTheMouseAreDrawnOnTheSceneAndReadOnTheControlR
     EXPECT_TRUE(waitUntil([&] { return served.session()->pointerState().fingers.empty(); }));
     EXPECT_EQ(pointer()["fingers"], json::array());
 }
+
+TEST(GameBehaviourTest, AKeySequenceIsPerformedTextByTextAsIfEachCameAloneAndReadOnTheControlRoute)
+{
+    auto options = vrqtest::referenceOptions(vrqtest::loopbackAddress());
+    options.game.video.pattern = "black";
+    vrqtest::ServedClient served;
+    ASSERT_EQ(served.start(options), std::nullopt);
+    auto& client = served.client();
+    const auto gamepad = [&] {
+        httplib::Client http(served.server().origin());
+        http.set_read_timeout(10, 0);
+        const auto response = http.Get("/control/gamepad");
+        return response && response->status == 200 ? json::parse(response->body, nullptr, false) : json();
+    };
+    // Luma in the middle of the right trigger's bar (320x240: units of 4 pixels, the pad's box from (8, 168)).
+    const auto rightTriggerLuma = [&] {
+        const auto frame = client.frames().last();
+        return frame ? static_cast<int>(frame->plane(0).data[176 * frame->plane(0).stride + 8 + 24 * 4]) : 0;
+    };
+    ASSERT_TRUE(waitUntil([&] { return client.frames().count() >= 5; }));
+    EXPECT_EQ(gamepad()["connected"], false);
+    EXPECT_LT(rightTriggerLuma(), 64) << "no pad before any gamepad input";
+
+    const json keys = {
+        R"({"type": "keyboard","down": true,"key": 27)",
+        R"({"type": "keyboard","down": true,"key": 20})",
+        R"({"type": "gamepadkey","down": true,"key": 4096})",
+        R"({"type":"axisleft","x":16383,"y":-32767})",
+        R"({"type":"rt","x":255,"down":1})",
+        R"({"type": "mouseright","down": true})",
+        R"({"type": "mousescroll","delta": -1})",
+        "not json",
+        7,
+        R"({"type": "keyboard","down": false,"key": 20})",
+    };
+    ASSERT_TRUE(client.send("km", json{{"type", "key_seq"}, {"keys", keys}}.dump()));
+    json expected = {{"connected", true}, {"buttons", 4096}, {"left_stick", {{"x", 16383}, {"y", -32767}}},
+                     {"right_stick", {{"x", 0}, {"y", 0}}}, {"left_trigger", 0}, {"right_trigger", 255},
+                     {"keys_held", {27}}, {"sequences", 1}, {"instructions", 10}, {"repaired", 1}, {"rejected", 2}};
+    expected["instruction_log"] = keys;
+    expected["instruction_log"][8] = "7";
+    EXPECT_TRUE(waitUntil([&] { return gamepad() == expected; })) << gamepad().dump();
+    EXPECT_EQ(served.session()->sceneText(), "keyboard 20 up") << "the last text performed";
+    EXPECT_TRUE(served.behaviour()->capsLockOn()) << "toggled once, by the press inside the sequence";
+    EXPECT_EQ(served.session()->pointerState().buttons, (vrqserver::PointerState::Buttons{false, true, false}));
+    EXPECT_TRUE(waitUntil([&] { return rightTriggerLuma() > 180; })) << "the full trigger shows on the decoded video";
+
+    // The same input unwrapped, on "km" and "ack", changes the same state.
+    ASSERT_TRUE(client.send("km", R"({"type":"gamepadkey","down":false,"key":4096})"));
+    ASSERT_TRUE(client.send("km", R"({"type":"axisright","x":-5,"y":6})"));
+    ASSERT_TRUE(client.send("ack", ackReply(1, {{"type", "keys_clean"}})));
+    ASSERT_TRUE(waitUntil([&] { return gamepad()["right_stick"] == json{{"x", -5}, {"y", 6}}; })) << gamepad().dump();
+    EXPECT_TRUE(waitUntil([&] { return gamepad()["keys_held"] == json::array(); }));
+    EXPECT_EQ(gamepad()["buttons"], 0);
+    ASSERT_TRUE(client.send("km", R"({"type":"gamepaddisconnect"})"));
+    EXPECT_TRUE(waitUntil([&] { return gamepad()["connected"] == false; }));
+    EXPECT_EQ(gamepad()["instructions"], 10) << "only sequences are logged";
+}
