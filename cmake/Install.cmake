@@ -1,6 +1,7 @@
 # What a host gets from `cmake --install`: the three static libraries, the
-# public headers under include/vrq/, a CMake package (find_package(VRQSDK),
-# target VRQ::SDK) and a pkg-config file (vrqsdk).
+# public headers under include/vrq/, the gamepad's resources under share/vrq/,
+# a CMake package (find_package(VRQSDK), target VRQ::SDK) and a pkg-config
+# file (vrqsdk).
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -8,6 +9,9 @@ install(TARGETS vrqsdk vrqengine vrqplatform EXPORT VRQSDKTargets ARCHIVE DESTIN
 # Headers ending in _p.h are the project's own (engine internals, the answering
 # side the reference server uses): hosts never see them.
 install(DIRECTORY sdk/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/vrq FILES_MATCHING PATTERN "*.h" PATTERN "*_p.h" EXCLUDE)
+
+# The gamepad's images and ready layouts, which the kit looks for in share/vrq.
+install(DIRECTORY sdk/resources/vrqvkey sdk/resources/layouts DESTINATION ${CMAKE_INSTALL_DATADIR}/vrq)
 
 install(EXPORT VRQSDKTargets NAMESPACE VRQ:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/VRQSDK)
 string(REPLACE ";" " " VRQ_GST_MODULES_TEXT "${VRQ_GST_MODULES}")
