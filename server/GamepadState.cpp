@@ -178,17 +178,26 @@ std::vector<json> GamepadState::recordSequence(const json& keys)
         }
         const std::string& text = key.get_ref<const std::string&>();
         log(text);
-        json input = json::parse(text, nullptr, false);
-        if (input.is_discarded()) {
-            input = json::parse(text + "}", nullptr, false);
-            m_counts.repaired += input.is_object() ? 1 : 0;
-        }
+        bool repaired = false;
+        json input = parseInstruction(text, repaired);
+        m_counts.repaired += repaired ? 1 : 0;
         if (input.is_object())
             inputs.push_back(std::move(input));
         else
             ++m_counts.rejected;
     }
     return inputs;
+}
+
+json GamepadState::parseInstruction(const std::string& text, bool& repaired)
+{
+    repaired = false;
+    json input = json::parse(text, nullptr, false);
+    if (!input.is_discarded())
+        return input;
+    input = json::parse(text + "}", nullptr, false);
+    repaired = input.is_object();
+    return input.is_object() ? input : json();
 }
 
 // Called with m_mutex held.

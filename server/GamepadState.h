@@ -98,6 +98,8 @@ public:
     // Elements that are not strings are logged as their JSON. Nothing is
     // recorded when keys is not an array.
     std::vector<nlohmann::json> recordSequence(const nlohmann::json& keys);
+    // One text of a key sequence as JSON, with that repair; null when it is none.
+    static nlohmann::json parseInstruction(const std::string& text, bool& repaired);
 
     Snapshot snapshot() const;
     Pad pad() const;

@@ -1,5 +1,6 @@
 #include "BundledServer.h"
 
+#include "GamepadState.h"
 #include "ReferenceServer.h"
 
 #include "vrq/utils/VRQHttpHelper.h"
@@ -49,6 +50,24 @@ nlohmann::json countTypes(const std::vector<vrqserver::ChannelMessage>& messages
         const auto& body = enveloped ? object.value("data", nlohmann::json::object()) : object;
         const std::string type = body.is_object() ? body.value("type", std::string("?")) : std::string("?");
         counts[type] = counts.value(type, 0) + 1;
+    }
+    return counts;
+}
+
+// The instructions inside the key sequences on "km", by type.
+nlohmann::json countSequenceTypes(const std::vector<vrqserver::ChannelMessage>& messages)
+{
+    nlohmann::json counts = nlohmann::json::object();
+    for (const auto& message : messages) {
+        const auto object = nlohmann::json::parse(message.bytes, nullptr, false);
+        if (!object.is_object() || object.value("type", "") != "key_seq" || !object["keys"].is_array())
+            continue;
+        for (const auto& key : object["keys"]) {
+            bool repaired = false;
+            const auto input = key.is_string() ? vrqserver::GamepadState::parseInstruction(key, repaired) : nullptr;
+            const std::string type = input.is_object() ? input.value("type", std::string("?")) : std::string("?");
+            counts[type] = counts.value(type, 0) + 1;
+        }
     }
     return counts;
 }
@@ -116,11 +135,14 @@ nlohmann::json BundledServer::inputSummary() const
 {
     nlohmann::json km = nlohmann::json::object();
     nlohmann::json ack = nlohmann::json::object();
+    nlohmann::json sequences = nlohmann::json::object();
     for (const auto& session : m_server->gameServer().sessions()) {
-        addCounts(km, countTypes(session->messageLog().messagesOn("km"), false));
-        addCounts(ack, countTypes(session->messageLog().messagesOn("ack"), true));
+        const auto& log = session->messageLog();
+        addCounts(km, countTypes(log.messagesOn("km"), false));
+        addCounts(ack, countTypes(log.messagesOn("ack"), true));
+        addCounts(sequences, countSequenceTypes(log.messagesOn("km")));
     }
-    return {{"km", km}, {"ack", ack}};
+    return {{"km", km}, {"ack", ack}, {"key_seq", sequences}};
 }
 
 void BundledServer::stop()

@@ -30,7 +30,8 @@ public:
     // "bulks", "rejected_bulks" and "all_signed" (at least one bulk, none rejected).
     nlohmann::json ingestSummary() const;
     // How many input messages of each type the game sessions received:
-    // {"km": {type: count}, "ack": {type: count}}.
+    // {"km": {type: count}, "ack": {type: count}, "key_seq": {type: count}},
+    // the last counting the instructions inside the key sequences.
     nlohmann::json inputSummary() const;
 
     void stop();

@@ -92,6 +92,53 @@ void addTouchSteps(std::vector<Step>& steps, const std::shared_ptr<TouchStage>& 
                      })});
 }
 
+// Fingers on the on-screen gamepad: a face button, the direction pad (its
+// first gesture only sets it up, the second slides from up to right), both
+// sticks pushed past their rims and the right trigger held for a step.
+void addGamepadSteps(std::vector<Step>& steps, const std::shared_ptr<TouchStage>& stage)
+{
+    const auto on = [stage](const char* key, std::function<void(TouchStage&, vrq::Point, double)> fingers) {
+        return [stage, key, fingers = std::move(fingers)](VRQGameController&) {
+            if (const auto target = stage ? stage->gamepadButton(key) : std::nullopt)
+                fingers(*stage, target->center, target->radius);
+        };
+    };
+    steps.push_back({"on-screen A", on("gamepad_a", [](TouchStage& s, vrq::Point c, double) {
+                         s.down(10, c);
+                         s.up(10, c);
+                     })});
+    steps.push_back({"on-screen pad: up, then up to right", on("dpad_xbox", [](TouchStage& s, vrq::Point c, double r) {
+                         const vrq::Point up{c.x, c.y - 0.8 * r};
+                         s.down(11, up);
+                         s.up(11, up);
+                         s.down(12, up);
+                         s.move(12, {c.x + 0.6 * r, c.y - 0.6 * r});
+                         s.move(12, {c.x + 0.8 * r, c.y});
+                     })});
+    steps.push_back({"on-screen pad: release", on("dpad_xbox", [](TouchStage& s, vrq::Point c, double r) {
+                         s.up(12, {c.x + 0.8 * r, c.y});
+                     })});
+    steps.push_back({"on-screen sticks: left right, right up", on("stick_left", [](TouchStage& s, vrq::Point c, double r) {
+                         s.down(13, c);
+                         s.move(13, {c.x + 1.5 * r, c.y});
+                         if (const auto right = s.gamepadButton("stick_right")) {
+                             s.down(14, right->center);
+                             s.move(14, {right->center.x, right->center.y - 1.5 * right->radius});
+                         }
+                     })});
+    steps.push_back({"on-screen sticks: release", on("stick_left", [](TouchStage& s, vrq::Point c, double r) {
+                         s.up(13, {c.x + 1.5 * r, c.y});
+                         if (const auto right = s.gamepadButton("stick_right"))
+                             s.up(14, {right->center.x, right->center.y - 1.5 * right->radius});
+                     })});
+    steps.push_back({"on-screen right trigger: press", on("trigger_rt_max", [](TouchStage& s, vrq::Point c, double) {
+                         s.down(15, c);
+                     })});
+    steps.push_back({"on-screen right trigger: release", on("trigger_rt_max", [](TouchStage& s, vrq::Point c, double) {
+                         s.up(15, c);
+                     })});
+}
+
 } // namespace
 
 InputTour::InputTour(std::shared_ptr<VRQGameController> controller, std::shared_ptr<TouchStage> stage,
@@ -138,6 +185,7 @@ std::vector<InputTour::Step> InputTour::makeSteps(const std::shared_ptr<EventLog
     steps.push_back(replyStep("paste", events, [](VRQGameController& c, auto reply) { c.asyncPasteText("hello from vrq-play", reply); }));
     steps.push_back({"cursor mode 1", [](VRQGameController& c) { c.setCursorShowMode(1); }});
     addTouchSteps(steps, stage);
+    addGamepadSteps(steps, stage);
     return steps;
 }
 

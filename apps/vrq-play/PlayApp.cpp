@@ -123,17 +123,20 @@ void PlayApp::onTick()
     m_events->emit("stats", sample, describeStatistics(sample));
 }
 
-// The tour starts with the first frame; its first round is squeezed into the
-// time left when 200 ms steps would not fit, so that a short run still sends
-// every kind of input once.
+// The touch views go over the video with its first frame, when the tour or a
+// gamepad layout needs them. The tour starts then too; its first round is
+// squeezed into the time left when 200 ms steps would not fit, so that a
+// short run still sends every kind of input once.
 void PlayApp::startTourIfDue()
 {
-    if (!m_options.autoplay || m_tour || !m_session->videoShown())
+    if (m_stage || !m_session->videoShown() || (!m_options.autoplay && m_options.layoutText.empty()))
+        return;
+    m_stage = std::make_shared<TouchStage>(m_session->player(), m_options.layoutText);
+    if (!m_options.autoplay)
         return;
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(m_deadline - Clock::now()) - kTourMargin;
     const auto fitting = left / static_cast<long>(InputTour::stepCount());
     const auto interval = std::clamp(fitting, std::chrono::milliseconds(20), std::chrono::milliseconds(kTourStepInterval));
-    m_stage = std::make_shared<TouchStage>(m_session->player());
     m_tour = std::make_unique<InputTour>(m_session->player()->gameController(), m_stage, m_events);
     m_events->emit("autoplay", {{"steps", InputTour::stepCount()}, {"interval_ms", interval.count()}},
                    std::to_string(InputTour::stepCount()) + " steps, one every " + std::to_string(interval.count()) + " ms");

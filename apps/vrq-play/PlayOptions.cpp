@@ -1,7 +1,11 @@
 #include "PlayOptions.h"
 
+#include "vrq/VRQVKey/button/VRQVGamepadUtil.h"
+
 #include <algorithm>
 #include <charconv>
+#include <fstream>
+#include <sstream>
 #include <string_view>
 
 namespace {
@@ -17,7 +21,21 @@ bool parseSeconds(std::string_view text, int& seconds)
 }
 
 constexpr std::string_view kValueOptions[] = {"--server", "--metrics", "--host", "--experience-code",
-                                              "--duration", "--events", "--snapshot"};
+                                              "--duration", "--events", "--snapshot", "--layout"};
+
+// The text of a shipped layout ("pad", "kbm") or of a layout file; false when it cannot be read.
+bool readLayout(const std::string& nameOrFile, std::string& text)
+{
+    const bool shipped = nameOrFile == "pad" || nameOrFile == "kbm";
+    const std::string path =
+        shipped ? VRQVGamepadUtil::resourceFolder() + "/layouts/" + nameOrFile + ".json" : nameOrFile;
+    std::ifstream file(path);
+    std::stringstream content;
+    if (!file || !(content << file.rdbuf()))
+        return false;
+    text = content.str();
+    return true;
+}
 
 bool isOrigin(std::string_view text)
 {
@@ -41,6 +59,8 @@ bool applyValue(PlayOptions& options, std::string_view name, const std::string& 
         return (options.jsonEvents = value == "json") || value == "text";
     if (name == "--snapshot")
         return !(options.snapshotPath = value).empty();
+    if (name == "--layout")
+        return readLayout(value, options.layoutText);
     return false;
 }
 
@@ -73,6 +93,10 @@ std::optional<PlayOptions> PlayOptions::parse(int argc, char** argv, std::string
     }
     if (!options.serverOrigin.empty() && options.metricsOrigin.empty())
         options.metricsOrigin = options.serverOrigin;
+    if (options.autoplay && options.layoutText.empty() && !readLayout("pad", options.layoutText)) {
+        *error = "the shipped gamepad layout is missing";
+        return std::nullopt;
+    }
     return options;
 }
 
@@ -80,13 +104,16 @@ const char* PlayOptions::usage()
 {
     return "usage: vrq-play [--headless] [--duration SECONDS] [--autoplay] [--events json|text]\n"
            "                [--server ORIGIN] [--metrics ORIGIN] [--host 127.0.0.N]\n"
-           "                [--experience-code CODE] [--snapshot FILE.png]\n"
+           "                [--experience-code CODE] [--snapshot FILE.png] [--layout pad|kbm|FILE]\n"
            "  --server ORIGIN         the back end (POST /session, /ExperienceOffer); default: the bundled\n"
            "                          reference server, started in-process on --host (127.0.0.1)\n"
            "  --metrics ORIGIN        where metric and log bulks go (default: the back end)\n"
            "  --experience-code CODE  start through an experience code instead of a remote session\n"
            "  --duration SECONDS      play this long, then stop (default 10)\n"
-           "  --autoplay              send every kind of input, one step about every 200 ms\n"
+           "  --autoplay              send every kind of input, one step about every 200 ms (the on-screen\n"
+           "                          gamepad's too: it shows the pad layout unless --layout names another)\n"
            "  --events json           one JSON object per line instead of readable text\n"
-           "  --snapshot FILE.png     write the last decoded video frame at exit\n";
+           "  --snapshot FILE.png     write the last decoded video frame at exit\n"
+           "  --layout pad|kbm|FILE   lay an on-screen gamepad over the video: the shipped game-controller or\n"
+           "                          keyboard-and-mouse layout, or a layout file of the host's own\n";
 }

@@ -14,6 +14,9 @@ struct PlayOptions {
     bool autoplay = false;
     bool jsonEvents = false;
     std::string snapshotPath;
+    // The on-screen gamepad's layout text: "--layout pad|kbm|FILE", the
+    // shipped game-controller layout with --autoplay; empty: no gamepad.
+    std::string layoutText;
 
     bool usesBundledServer() const { return serverOrigin.empty(); }
 

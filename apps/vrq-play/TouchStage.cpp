@@ -1,5 +1,8 @@
 #include "TouchStage.h"
 
+#include "vrq/VRQVKey/button/VRQVBaseButton.h"
+#include "vrq/VRQVKey/button/VRQVKeyGamepad.h"
+#include "vrq/VRQVKey/button/model/VRQVBaseButtonModel.h"
 #include "vrq/control/VRQGameVideoView.h"
 #include "vrq/control/VRQRemoteTouchScreen.h"
 #include "vrq/control/VRQVirtualMouseCursor.h"
@@ -9,7 +12,7 @@
 
 #include <chrono>
 
-TouchStage::TouchStage(const std::shared_ptr<VRQGamePlayer>& player)
+TouchStage::TouchStage(const std::shared_ptr<VRQGamePlayer>& player, std::string_view layout)
 {
     auto video = player->videoView();
     const vrq::Rect area{{0, 0}, video ? video->frame().size : vrq::Size{1280, 720}};
@@ -23,6 +26,27 @@ TouchStage::TouchStage(const std::shared_ptr<VRQGamePlayer>& player)
     m_window->addSubview(m_touchScreen);
     m_window->addSubview(m_cursor);
     useTouchScreen();
+    if (layout.empty())
+        return;
+    m_gamepad = VRQVKeyGamepad::initWithFrame(area, controller);
+    m_gamepad->showKeyGamepad(layout);
+    m_window->addSubview(m_gamepad);
+    if (m_gamepad->needConnected())
+        controller->enableVirtualGamepad(true);
+}
+
+std::optional<TouchStage::Target> TouchStage::gamepadButton(std::string_view key) const
+{
+    if (!m_gamepad)
+        return std::nullopt;
+    for (const auto& button : m_gamepad->buttonList()) {
+        if (button->model() && button->model()->key == key) {
+            const vrq::Rect frame = button->frame();
+            return Target{{frame.origin.x + frame.size.width / 2, frame.origin.y + frame.size.height / 2},
+                          frame.size.width / 2};
+        }
+    }
+    return std::nullopt;
 }
 
 // A hidden view takes no touches: the other one gets them.

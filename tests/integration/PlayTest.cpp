@@ -136,6 +136,11 @@ TEST(PlayTest, PlaysASessionAndTheServerReceivesEveryKindOfInput)
         {"axisright", 2},    {"mousedeltamove_v2", 1}};
     for (const auto& [type, count] : kmAtLeast)
         EXPECT_GE(inputs["km"].value(type, 0), count) << "km " << type;
+    // The on-screen gamepad's touches: a face button and the pad, both sticks
+    // (a move and the return series each) and the trigger.
+    const std::pair<const char*, int> keySequenceAtLeast[] = {{"gamepadkey", 7}, {"axisleft", 4}, {"axisright", 4}, {"rt", 1}};
+    for (const auto& [type, count] : keySequenceAtLeast)
+        EXPECT_GE(inputs["key_seq"].value(type, 0), count) << "key_seq " << type;
     const std::pair<const char*, int> ackAtLeast[] = {{"mouseleft", 2}, {"capslock_state", 1}, {"paste", 1}, {"set_cursor", 1}};
     for (const auto& [type, count] : ackAtLeast)
         EXPECT_GE(inputs["ack"].value(type, 0), count) << "ack " << type;
