@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the kit from a build tree into a fresh prefix, checks that its
 # headers name no third-party or engine-internal header, and builds and runs
-# two tiny hosts against it: one with find_package, one with pkg-config.
+# two tiny hosts against it: one with find_package, one with pkg-config; the
+# first, copied into the prefix, must find the gamepad's installed images.
 # Arguments: the build tree, a scratch folder, extra compiler/linker flags.
 set -euo pipefail
 build=$(realpath "$1") scratch=$(realpath -m "$2") flags=${3:-}
@@ -40,4 +41,9 @@ for host in "$scratch/cmake-host/build/cmake-host" "$scratch/make-host/make-host
   out=$("$host")
   [ "$out" = "$expected" ] || { echo "$(basename "$host") printed '$out', not '$expected'"; exit 1; }
 done
-echo "both hosts built against the installed kit and ran"
+
+# A host installed beside the kit finds the gamepad's images in share/vrq.
+mkdir -p "$prefix/bin" && cp "$scratch/cmake-host/build/cmake-host" "$prefix/bin/"
+out=$("$prefix/bin/cmake-host" images) || { echo "the installed host found no gamepad image: $out"; exit 1; }
+[ "$out" = "$prefix/share/vrq/vrqvkey 128x128" ] || { echo "the installed host read its images from '$out'"; exit 1; }
+echo "both hosts built against the installed kit and ran; the images were found beside it"
