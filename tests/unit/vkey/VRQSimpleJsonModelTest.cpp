@@ -61,6 +61,21 @@ public:
     bool propertyIsIgnored(const std::string& name) const override { return name == "extra"; }
 };
 
+// A model that holds a model of its own class.
+class Node : public VRQSimpleJsonModel {
+public:
+    std::optional<std::string> name;
+    std::shared_ptr<Node> child;
+    static const VRQModelClass& staticModelClass()
+    {
+        static const auto modelClass = VRQModelClass::of<Node, VRQSimpleJsonModel>(
+            "Node", {property("name", &Node::name), property("child", &Node::child)});
+        return modelClass;
+    }
+    const VRQModelClass& modelClass() const override { return staticModelClass(); }
+    bool propertyIsOptional(const std::string&) const override { return true; }
+};
+
 const json kFull = json::parse(R"({
     "title": "t", "count": 12, "a": {"b": "deep"}, "extra": {"k": 1}, "inner": {"name": "n"},
     "item_list": [{"key": "keyboard_F1", "top": "10"}, {"key": "keyboard_F13"}, {"key": ""}, {}, 5, "x"]
@@ -165,6 +180,15 @@ TEST(VRQSimpleJsonModelTest, ATableIsBuiltOnceFromTheClassAndItsBases)
     EXPECT_EQ(model->countText, "7");
     EXPECT_FALSE(model->count);
     EXPECT_FALSE(model->extra);
+}
+
+TEST(VRQSimpleJsonModelTest, AModelMayHoldItsOwnClass)
+{
+    const json tree = json::parse(R"({"name": "a", "child": {"name": "b", "child": {"name": "c"}}})");
+    const auto root = VRQSimpleJsonModel::initWithDictionary<Node>(tree, nullptr);
+    ASSERT_TRUE(root && root->child && root->child->child);
+    EXPECT_EQ(root->child->child->name, "c");
+    EXPECT_EQ(root->toDictionary(), tree);
 }
 
 TEST(VRQSimpleJsonModelTest, ArraysOfModelsStopAtTheFirstFailure)

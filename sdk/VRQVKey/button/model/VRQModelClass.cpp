@@ -51,7 +51,8 @@ void VRQModelClass::inspectProperties() const
             if (present != m_properties.end())
                 continue;
             const auto mapped = keyMapper.find(declaration.name);
-            m_properties.push_back({declaration.name, declaration.type, declaration.modelClass,
+            const VRQModelClass* nested = declaration.modelClass ? &declaration.modelClass() : nullptr;
+            m_properties.push_back({declaration.name, declaration.type, nested,
                                     prototype->propertyIsOptional(declaration.name), true,
                                     mapped == keyMapper.end() ? declaration.name : mapped->second, &declaration});
         }

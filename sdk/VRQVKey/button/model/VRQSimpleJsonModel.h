@@ -176,10 +176,10 @@ T fromValue(const VRQModelValue& value)
 }
 
 template <class T>
-const VRQModelClass* modelClassOf()
+auto modelClassOf() -> const VRQModelClass& (*)()
 {
     if constexpr (IsModelPointer<T>::value)
-        return &IsModelPointer<T>::Model::staticModelClass();
+        return &IsModelPointer<T>::Model::staticModelClass;
     else
         return nullptr;
 }

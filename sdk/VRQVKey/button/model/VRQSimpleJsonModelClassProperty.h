@@ -38,7 +38,9 @@ using VRQModelValue = std::variant<std::monostate, std::string, VRQJsonNumber, V
 struct VRQModelPropertyDeclaration {
     std::string name;
     VRQJsonType type = VRQJsonType::Scalar;
-    const VRQModelClass* modelClass = nullptr; // for VRQJsonType::Model
+    // For VRQJsonType::Model: the nested class, asked for when the table is
+    // built, so that a model may hold models of its own class.
+    const VRQModelClass& (*modelClass)() = nullptr;
     std::function<VRQModelValue(const VRQSimpleJsonModel&)> get;
     std::function<void(VRQSimpleJsonModel&, const VRQModelValue&)> set;
 };
