@@ -1,25 +1,24 @@
 #include "GamepadOverlay.h"
 
+#include "CanvasPlane.h"
+
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
-#include <utility>
 
 namespace vrqserver {
 
 namespace {
 
-using Colour = std::array<std::uint8_t, 3>; // Y, U, V
 using Pad = GamepadState::Pad;
-constexpr Colour kBackground = {16, 128, 128};
-constexpr Colour kWell = {40, 128, 128};
-constexpr Colour kIdle = {96, 128, 128};
-constexpr Colour kLit = {235, 128, 128};
-constexpr Colour kGreen = {167, 90, 80};
-constexpr Colour kRed = {126, 104, 198};
-constexpr Colour kBlue = {134, 184, 98};
-constexpr Colour kYellow = {210, 16, 146};
+constexpr CanvasColour kBackground = {16, 128, 128};
+constexpr CanvasColour kWell = {40, 128, 128};
+constexpr CanvasColour kIdle = {96, 128, 128};
+constexpr CanvasColour kLit = {235, 128, 128};
+constexpr CanvasColour kGreen = {167, 90, 80};
+constexpr CanvasColour kRed = {126, 104, 198};
+constexpr CanvasColour kBlue = {134, 184, 98};
+constexpr CanvasColour kYellow = {210, 16, 146};
 
 // In units (see the header).
 constexpr double kStickRadius = 2.5;
@@ -32,33 +31,15 @@ constexpr double kTriggerWidth = 6;
 constexpr double kAxisFull = 32767;
 constexpr double kTriggerFull = 255;
 
-// One plane of the canvas; shift is 0 for luma, 1 for the half-size chroma planes.
-struct Plane {
-    std::uint8_t* data;
-    int stride;
-    int width;
-    int height;
-    int shift;
-
-    std::uint8_t* row(int y) const { return data + static_cast<std::ptrdiff_t>(y) * stride; }
-
-    // The samples whose centres lie in [from, to), in picture coordinates along
-    // an axis of size samples; held to the plane.
-    std::pair<int, int> samples(double from, double to, int size) const
-    {
-        const double scale = 1 << shift;
-        const auto index = [&](double at) {
-            return static_cast<int>(std::clamp(std::ceil(at / scale - 0.5), 0.0, static_cast<double>(size)));
-        };
-        return {index(from), index(to)};
-    }
-};
-
-Plane planeOf(const vrq::rtc::VideoCanvas& canvas, std::size_t index)
+// The samples of the plane whose centres lie in [from, to), in picture
+// coordinates along an axis of size samples; held to the plane.
+SampleSpan centredIn(const CanvasPlane& plane, double from, double to, int size)
 {
-    const int shift = index == 0 ? 0 : 1;
-    return {canvas.planes[index], canvas.strides[index], (canvas.width + shift) >> shift,
-            (canvas.height + shift) >> shift, shift};
+    const double scale = 1 << plane.shift;
+    const auto index = [&](double at) {
+        return static_cast<int>(std::clamp(std::ceil(at / scale - 0.5), 0.0, static_cast<double>(size)));
+    };
+    return {index(from), index(to)};
 }
 
 // Paints shapes given in units from the pad's top-left corner.
@@ -68,41 +49,29 @@ struct Sketch {
     double top;
     double unit; // pixels
 
-    void box(double x0, double y0, double x1, double y1, const Colour& colour) const
+    void box(double x0, double y0, double x1, double y1, const CanvasColour& colour) const
     {
         for (std::size_t index = 0; index < colour.size(); ++index) {
-            const Plane plane = planeOf(canvas, index);
-            const auto [left0, right] = plane.samples(left + x0 * unit, left + x1 * unit, plane.width);
-            const auto [top0, bottom] = plane.samples(top + y0 * unit, top + y1 * unit, plane.height);
-            for (int y = top0; y < bottom; ++y)
-                std::fill(plane.row(y) + left0, plane.row(y) + right, colour[index]);
+            const CanvasPlane plane = CanvasPlane::of(canvas, index);
+            plane.fill(centredIn(plane, left + x0 * unit, left + x1 * unit, plane.width),
+                       centredIn(plane, top + y0 * unit, top + y1 * unit, plane.height), colour[index]);
         }
     }
 
-    void disc(double centreX, double centreY, double radius, const Colour& colour) const
+    void disc(double centreX, double centreY, double radius, const CanvasColour& colour) const
     {
         const double x0 = left + centreX * unit;
         const double y0 = top + centreY * unit;
         const double r = radius * unit;
         for (std::size_t index = 0; index < colour.size(); ++index) {
-            const Plane plane = planeOf(canvas, index);
-            const double scale = 1 << plane.shift;
-            const auto [left0, right] = plane.samples(x0 - r, x0 + r, plane.width);
-            const auto [top0, bottom] = plane.samples(y0 - r, y0 + r, plane.height);
-            for (int y = top0; y < bottom; ++y) {
-                const double dy = (y + 0.5) * scale - y0;
-                std::uint8_t* row = plane.row(y);
-                for (int x = left0; x < right; ++x) {
-                    const double dx = (x + 0.5) * scale - x0;
-                    if (dx * dx + dy * dy <= r * r)
-                        row[x] = colour[index];
-                }
-            }
+            const CanvasPlane plane = CanvasPlane::of(canvas, index);
+            plane.fillDisc(centredIn(plane, x0 - r, x0 + r, plane.width),
+                           centredIn(plane, y0 - r, y0 + r, plane.height), x0, y0, r, colour[index]);
         }
     }
 };
 
-const Colour& shown(const Pad& pad, std::uint32_t button, const Colour& lit = kLit)
+const CanvasColour& shown(const Pad& pad, std::uint32_t button, const CanvasColour& lit = kLit)
 {
     return (pad.buttons & button) != 0 ? lit : kIdle;
 }
@@ -122,7 +91,8 @@ void drawSmallButtons(const Sketch& sketch, const Pad& pad)
     sketch.box(15, 6, 17, 8, shown(pad, GamepadState::kStart));
 }
 
-void drawStick(const Sketch& sketch, double centreX, double centreY, const GamepadState::Stick& stick, const Colour& ring)
+void drawStick(const Sketch& sketch, double centreX, double centreY, const GamepadState::Stick& stick,
+               const CanvasColour& ring)
 {
     const double ringWidth = std::max(kStickRing, 1.0 / sketch.unit);
     sketch.disc(centreX, centreY, kStickRadius, ring);
@@ -162,8 +132,7 @@ int GamepadOverlay::unit(int pictureHeight)
 
 void GamepadOverlay::draw(const GamepadState::Pad& pad, vrq::rtc::VideoCanvas& canvas)
 {
-    if (!pad.seen || canvas.width <= 0 || canvas.height <= 0 ||
-        std::any_of(canvas.planes.begin(), canvas.planes.end(), [](const std::uint8_t* plane) { return plane == nullptr; }))
+    if (!pad.seen || !paintable(canvas))
         return;
     const int size = unit(canvas.height);
     const Sketch sketch{canvas, static_cast<double>(kMargin),

@@ -1,7 +1,8 @@
 #include "PointerOverlay.h"
 
+#include "CanvasPlane.h"
+
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstdint>
 
@@ -9,30 +10,11 @@ namespace vrqserver {
 
 namespace {
 
-using Colour = std::array<std::uint8_t, 3>; // Y, U, V
-constexpr Colour kYellow = {210, 16, 146};
-constexpr Colour kWhite = {235, 128, 128};
-constexpr Colour kGrey = {96, 128, 128};
-constexpr Colour kBlack = {16, 128, 128};
+constexpr CanvasColour kYellow = {210, 16, 146};
+constexpr CanvasColour kWhite = {235, 128, 128};
+constexpr CanvasColour kGrey = {96, 128, 128};
+constexpr CanvasColour kBlack = {16, 128, 128};
 constexpr int kMargin = 8; // of the button boxes from the top-right corner, in pixels
-
-// One plane of the canvas; shift is 0 for luma, 1 for the half-size chroma planes.
-struct Plane {
-    std::uint8_t* data;
-    int stride;
-    int width;
-    int height;
-    int shift;
-
-    std::uint8_t* row(int y) const { return data + static_cast<std::ptrdiff_t>(y) * stride; }
-};
-
-Plane planeOf(const vrq::rtc::VideoCanvas& canvas, std::size_t index)
-{
-    const int shift = index == 0 ? 0 : 1;
-    return {canvas.planes[index], canvas.strides[index], (canvas.width + shift) >> shift,
-            (canvas.height + shift) >> shift, shift};
-}
 
 // Half-open pixel bounds, in picture coordinates.
 struct Box {
@@ -56,16 +38,15 @@ int scaledUp(int value, int shift)
     return -((-value) >> shift);
 }
 
-void fillBox(const vrq::rtc::VideoCanvas& canvas, const Box& box, const Colour& colour)
+void fillBox(const vrq::rtc::VideoCanvas& canvas, const Box& box, const CanvasColour& colour)
 {
     for (std::size_t index = 0; index < colour.size(); ++index) {
-        const Plane plane = planeOf(canvas, index);
-        const int left = std::clamp(scaledDown(box.left, plane.shift), 0, plane.width);
-        const int right = std::clamp(scaledUp(box.right, plane.shift), 0, plane.width);
-        const int top = std::clamp(scaledDown(box.top, plane.shift), 0, plane.height);
-        const int bottom = std::clamp(scaledUp(box.bottom, plane.shift), 0, plane.height);
-        for (int y = top; y < bottom; ++y)
-            std::fill(plane.row(y) + left, plane.row(y) + right, colour[index]);
+        const CanvasPlane plane = CanvasPlane::of(canvas, index);
+        const SampleSpan columns = {std::clamp(scaledDown(box.left, plane.shift), 0, plane.width),
+                                    std::clamp(scaledUp(box.right, plane.shift), 0, plane.width)};
+        const SampleSpan rows = {std::clamp(scaledDown(box.top, plane.shift), 0, plane.height),
+                                 std::clamp(scaledUp(box.bottom, plane.shift), 0, plane.height)};
+        plane.fill(columns, rows, colour[index]);
     }
 }
 
@@ -76,28 +57,22 @@ int clampedIndex(double value, int limit)
 }
 
 // Paints the samples whose centres lie within the radius of the centre
-// (in picture coordinates: pixel (x, y) spans [x, x+1) x [y, y+1)).
-void fillDisc(const vrq::rtc::VideoCanvas& canvas, double centreX, double centreY, double radius, const Colour& colour)
+// (in picture coordinates: pixel (x, y) spans [x, x+1) x [y, y+1)), looking
+// at every sample the disc's bounding box touches.
+void fillDisc(const vrq::rtc::VideoCanvas& canvas, double centreX, double centreY, double radius,
+              const CanvasColour& colour)
 {
     for (std::size_t index = 0; index < colour.size(); ++index) {
-        const Plane plane = planeOf(canvas, index);
+        const CanvasPlane plane = CanvasPlane::of(canvas, index);
         const double scale = 1.0 / (1 << plane.shift);
         const double x0 = centreX * scale;
         const double y0 = centreY * scale;
         const double r = radius * scale;
-        const int left = clampedIndex(std::floor(x0 - r), plane.width);
-        const int right = clampedIndex(std::ceil(x0 + r), plane.width);
-        const int top = clampedIndex(std::floor(y0 - r), plane.height);
-        const int bottom = clampedIndex(std::ceil(y0 + r), plane.height);
-        for (int y = top; y < bottom; ++y) {
-            const double dy = y + 0.5 - y0;
-            std::uint8_t* row = plane.row(y);
-            for (int x = left; x < right; ++x) {
-                const double dx = x + 0.5 - x0;
-                if (dx * dx + dy * dy <= r * r)
-                    row[x] = colour[index];
-            }
-        }
+        const SampleSpan columns = {clampedIndex(std::floor(x0 - r), plane.width),
+                                    clampedIndex(std::ceil(x0 + r), plane.width)};
+        const SampleSpan rows = {clampedIndex(std::floor(y0 - r), plane.height),
+                                 clampedIndex(std::ceil(y0 + r), plane.height)};
+        plane.fillDisc(columns, rows, centreX, centreY, radius, colour[index]);
     }
 }
 
@@ -152,8 +127,7 @@ void drawButtons(const PointerState::Buttons& buttons, const vrq::rtc::VideoCanv
 
 void PointerOverlay::draw(const PointerState::Snapshot& state, vrq::rtc::VideoCanvas& canvas)
 {
-    if (canvas.width <= 0 || canvas.height <= 0 ||
-        std::any_of(canvas.planes.begin(), canvas.planes.end(), [](const std::uint8_t* plane) { return plane == nullptr; }))
+    if (!paintable(canvas))
         return;
     drawFingers(state.fingers, canvas);
     if (state.pointer)

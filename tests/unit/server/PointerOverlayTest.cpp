@@ -1,5 +1,7 @@
 #include "PointerOverlay.h"
 
+#include "TestFrame.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -11,58 +13,10 @@ using vrqserver::PointerState;
 
 namespace {
 
-constexpr std::uint8_t kLuma = 60;
-constexpr std::uint8_t kU = 90;
-constexpr std::uint8_t kV = 160;
-constexpr int kGuardRows = 2; // rows past each plane's end, which nobody may write
-
-// An I420 frame of one colour whose rows are padded past the width, and whose
-// planes are followed by guard rows.
-struct Frame {
-    Frame(int pictureWidth, int pictureHeight)
-        : width(pictureWidth)
-        , height(pictureHeight)
-        , chromaWidth((width + 1) / 2)
-        , chromaHeight((height + 1) / 2)
-        , lumaStride(width + 30)
-        , chromaStride(chromaWidth + 13)
-        , luma(static_cast<std::size_t>(lumaStride * (height + kGuardRows)), kLuma)
-        , u(static_cast<std::size_t>(chromaStride * (chromaHeight + kGuardRows)), kU)
-        , v(static_cast<std::size_t>(chromaStride * (chromaHeight + kGuardRows)), kV)
-    {
-        canvas.width = width;
-        canvas.height = height;
-        canvas.planes = {luma.data(), u.data(), v.data()};
-        canvas.strides = {lumaStride, chromaStride, chromaStride};
-    }
-    std::uint8_t y(int x, int row) const { return luma[static_cast<std::size_t>(row * lumaStride + x)]; }
-    std::uint8_t cb(int x, int row) const { return u[static_cast<std::size_t>(row * chromaStride + x)]; }
-    std::uint8_t cr(int x, int row) const { return v[static_cast<std::size_t>(row * chromaStride + x)]; }
-
-    // The samples outside the picture (row padding and guard rows) that differ from the background.
-    int writtenOutside() const
-    {
-        int written = 0;
-        for (int row = 0; row < height + kGuardRows; ++row)
-            for (int x = 0; x < lumaStride; ++x)
-                written += (x >= width || row >= height) && y(x, row) != kLuma ? 1 : 0;
-        for (int row = 0; row < chromaHeight + kGuardRows; ++row)
-            for (int x = 0; x < chromaStride; ++x)
-                written += (x >= chromaWidth || row >= chromaHeight) && (cb(x, row) != kU || cr(x, row) != kV) ? 1 : 0;
-        return written;
-    }
-
-    int width;
-    int height;
-    int chromaWidth;
-    int chromaHeight;
-    int lumaStride;
-    int chromaStride;
-    std::vector<std::uint8_t> luma;
-    std::vector<std::uint8_t> u;
-    std::vector<std::uint8_t> v;
-    vrq::rtc::VideoCanvas canvas;
-};
+using Frame = vrqtest::TestFrame;
+constexpr std::uint8_t kLuma = Frame::kLuma;
+constexpr std::uint8_t kU = Frame::kU;
+constexpr std::uint8_t kV = Frame::kV;
 
 PointerState::Snapshot fingerAt(double x, double y)
 {
