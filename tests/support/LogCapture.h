@@ -5,10 +5,15 @@
 
 namespace vrqtest {
 
-// For one test: every line the kit logs, at any level, is kept.
+// For one test: every line the kit logs, at any level, is kept. Whatever
+// logging an earlier player set up is ended first.
 class LogCapture : public CapturingLogDelegate {
 public:
-    LogCapture() { VRQLogManager::sharedManager().initSDK(this, 0); }
+    LogCapture()
+    {
+        VRQLogManager::sharedManager().finitSDK();
+        VRQLogManager::sharedManager().initSDK(this, 0);
+    }
     ~LogCapture() override { VRQLogManager::sharedManager().finitSDK(); }
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;

@@ -157,6 +157,8 @@ TEST(VRQSimpleJsonModelTest, ReadsTextPassingTheParserErrorOut)
     EXPECT_EQ(untouched.domain, "untouched");
 }
 
+// Derived's table is built at its first use in the process: here, and only
+// here (ctest runs each test in a process of its own).
 TEST(VRQSimpleJsonModelTest, ATableIsBuiltOnceFromTheClassAndItsBases)
 {
     vrqtest::LogCapture log;

@@ -202,8 +202,12 @@ TEST(VRQVGamePadFactoryTest, ShippedLayoutsLoadCleanlyAndNameOnlyShippedImages)
         const auto models = VRQVGamePadFactory::parseJsonCfg(text);
         ASSERT_TRUE(models) << name;
         EXPECT_EQ(models->size(), json::parse(text).size()) << name;
-        for (const auto& [level, line] : log.lines())
-            EXPECT_LT(level, 2) << name << ": " << line;
+        // Warnings of the gamepad's own (a player of another test may still log).
+        for (const auto& [level, line] : log.lines()) {
+            const bool gamepad = line.starts_with("(VRQV") || line.starts_with("(VRQSimpleJsonModel") ||
+                                 line.starts_with("(VRQModelClass");
+            EXPECT_FALSE(gamepad && level >= 2) << name << ": " << line;
+        }
         // Every image a layout names is one of ours.
         const std::function<void(const json&)> checkImages = [&](const json& value) {
             if (value.is_object()) {
