@@ -56,6 +56,9 @@ protected:
         });
         // After creation: the player's first creation sets logging up at level 2.
         VRQGamePlayer::setLogger(&m_logs, 0);
+        // The shared report may hold the frame rate another test set: the
+        // frozen-video check reads it, and here no statistics refresh it.
+        VRQSDKMonitor::sharedInstance().currentSDKReport().setFps(0);
         m_player->setArchiveDelegate(m_archive);
         m_client->offerSet();
         settle();
