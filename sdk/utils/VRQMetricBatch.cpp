@@ -1,16 +1,19 @@
 #include "vrq/utils/VRQMetricBatch.h"
 
 #include "vrq/platform/dispatch/SerialQueue.h"
+#include "vrq/platform/services/Crypto.h"
 
 #include <cstdlib>
 #include <mutex>
 
 namespace {
 
-// The batches' queues live until the process ends and may be posting (signing
-// with OpenSSL) while it exits. The libraries tear themselves down after the
-// exit handlers have run: this one lets a post in flight finish and lets no
-// other start, so that none meets a library already gone.
+// The batches' queues live until the process ends and may be making records
+// (a new device id takes random bytes) or posting (signing with OpenSSL) while
+// it exits. The crypto library tears itself down after the exit handlers
+// registered after its set-up have run: this one, registered after it, lets
+// the work in flight finish and lets no other start, so that none meets a
+// library already gone.
 std::mutex& exitMutex()
 {
     static auto* mutex = new std::mutex; // never destroyed: used until the very end
@@ -33,7 +36,10 @@ VRQMetricBatch::VRQMetricBatch(const std::string& queueLabel, std::string metric
     , m_queue(std::make_unique<vrq::SerialQueue>(queueLabel))
 {
     static std::once_flag once;
-    std::call_once(once, [] { std::atexit(stopPostingAtExit); });
+    std::call_once(once, [] {
+        vrq::initCrypto();
+        std::atexit(stopPostingAtExit);
+    });
 }
 
 VRQMetricBatch::~VRQMetricBatch() = default;
@@ -41,9 +47,12 @@ VRQMetricBatch::~VRQMetricBatch() = default;
 void VRQMetricBatch::append(std::function<nlohmann::json()> makeRecord)
 {
     m_queue->async([this, makeRecord = std::move(makeRecord)] {
+        std::lock_guard lock(exitMutex());
+        if (gExiting)
+            return;
         m_pending.push_back(makeRecord());
         if (m_pending.size() >= m_batchSize)
-            postPending();
+            postPendingLocked();
     });
 }
 
@@ -65,6 +74,12 @@ void VRQMetricBatch::waitUntilIdle()
 void VRQMetricBatch::postPending()
 {
     std::lock_guard lock(exitMutex());
+    postPendingLocked();
+}
+
+// Called with exitMutex() held.
+void VRQMetricBatch::postPendingLocked()
+{
     if (m_pending.empty() || gExiting)
         return;
     const nlohmann::json body = {{"metric", m_metric}, {"bulk", std::move(m_pending)}};

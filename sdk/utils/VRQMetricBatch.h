@@ -34,6 +34,7 @@ public:
 
 private:
     void postPending();
+    void postPendingLocked();
 
     std::string m_metric;
     std::size_t m_batchSize;

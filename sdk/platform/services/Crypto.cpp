@@ -1,5 +1,6 @@
 #include "vrq/platform/services/Crypto.h"
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 #include <openssl/rand.h>
@@ -8,6 +9,11 @@
 #include <stdexcept>
 
 namespace vrq {
+
+void initCrypto()
+{
+    OPENSSL_init_crypto(0, nullptr);
+}
 
 std::string randomUuid()
 {

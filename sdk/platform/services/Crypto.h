@@ -8,6 +8,10 @@
 
 namespace vrq {
 
+// Sets the crypto library up now. Its clean-up at exit then runs after every
+// exit handler registered later, which may still use it.
+void initCrypto();
+
 std::array<std::uint8_t, 16> md5(std::string_view data);
 std::array<std::uint8_t, 32> hmacSha256(std::string_view key, std::string_view data);
 // A random (version 4) UUID in upper case, e.g. "1B4E28BA-2FA1-41D2-883F-0016D3CCA427".
