@@ -40,42 +40,35 @@ bool portIsFree(const std::string& host, int port, std::string* why)
     return bound;
 }
 
-nlohmann::json countTypes(const std::vector<vrqserver::ChannelMessage>& messages, bool enveloped)
+// Adds one to the count of a message's "type" ("?" when it has none).
+void countType(nlohmann::json& counts, const nlohmann::json& message)
 {
-    nlohmann::json counts = nlohmann::json::object();
+    const auto type = message.is_object() ? message.find("type") : message.end();
+    const std::string name = type != message.end() && type->is_string() ? type->get<std::string>() : "?";
+    counts[name] = counts.value(name, 0) + 1;
+}
+
+// Counts the messages by type, and the instructions inside the key sequences
+// by theirs into `sequences`; each message is parsed once.
+void countTypes(const std::vector<vrqserver::ChannelMessage>& messages, bool enveloped, nlohmann::json& counts,
+                nlohmann::json& sequences)
+{
     for (const auto& message : messages) {
         const auto object = nlohmann::json::parse(message.bytes, nullptr, false);
         if (!object.is_object())
             continue;
         const auto& body = enveloped ? object.value("data", nlohmann::json::object()) : object;
-        const std::string type = body.is_object() ? body.value("type", std::string("?")) : std::string("?");
-        counts[type] = counts.value(type, 0) + 1;
-    }
-    return counts;
-}
-
-// The instructions inside the key sequences on "km", by type.
-nlohmann::json countSequenceTypes(const std::vector<vrqserver::ChannelMessage>& messages)
-{
-    nlohmann::json counts = nlohmann::json::object();
-    for (const auto& message : messages) {
-        const auto object = nlohmann::json::parse(message.bytes, nullptr, false);
-        if (!object.is_object() || object.value("type", "") != "key_seq" || !object["keys"].is_array())
+        countType(counts, body);
+        if (!body.is_object() || body.value("type", nlohmann::json()) != "key_seq")
             continue;
-        for (const auto& key : object["keys"]) {
+        const auto keys = body.find("keys");
+        if (keys == body.end() || !keys->is_array())
+            continue;
+        for (const auto& key : *keys) {
             bool repaired = false;
-            const auto input = key.is_string() ? vrqserver::GamepadState::parseInstruction(key, repaired) : nullptr;
-            const std::string type = input.is_object() ? input.value("type", std::string("?")) : std::string("?");
-            counts[type] = counts.value(type, 0) + 1;
+            countType(sequences, key.is_string() ? vrqserver::GamepadState::parseInstruction(key, repaired) : nullptr);
         }
     }
-    return counts;
-}
-
-void addCounts(nlohmann::json& total, const nlohmann::json& counts)
-{
-    for (const auto& [type, count] : counts.items())
-        total[type] = total.value(type, 0) + count.get<int>();
 }
 
 } // namespace
@@ -138,9 +131,8 @@ nlohmann::json BundledServer::inputSummary() const
     nlohmann::json sequences = nlohmann::json::object();
     for (const auto& session : m_server->gameServer().sessions()) {
         const auto& log = session->messageLog();
-        addCounts(km, countTypes(log.messagesOn("km"), false));
-        addCounts(ack, countTypes(log.messagesOn("ack"), true));
-        addCounts(sequences, countSequenceTypes(log.messagesOn("km")));
+        countTypes(log.messagesOn("km"), false, km, sequences);
+        countTypes(log.messagesOn("ack"), true, ack, sequences);
     }
     return {{"km", km}, {"ack", ack}, {"key_seq", sequences}};
 }

@@ -1,9 +1,7 @@
 #pragma once
 
-#include "support/FakeRtcClient.h"
-#include "support/TempHome.h"
+#include "support/InputCapture.h"
 #include "vrq/VRQVKey/button/VRQVKeyGamepad.h"
-#include "vrq/core/VRQGamePlayer.h"
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/views/Window.h"
 
@@ -21,28 +19,23 @@ namespace vrqtest {
 // The instruction texts of one button message, in order.
 using Keys = std::vector<std::string>;
 
-// An on-screen gamepad filling a window, wired to a game player whose RTC
-// client only records, so that what the buttons send can be read back as
-// the wire messages of the "km" channel. Fingers go through the window.
+// An on-screen gamepad filling a window, wired to a captured game
+// controller, so that what the buttons send can be read back as the wire
+// messages of the "km" channel. Fingers go through the window.
 class GamepadHarness {
+    InputCapture m_capture; // made first: the pad's controller lives in it
+
 public:
     explicit GamepadHarness(vrq::Size size = {1920, 1080})
         : window(std::make_shared<vrq::Window>(vrq::Rect{{0, 0}, size}))
+        , pad(VRQVKeyGamepad::initWithFrame({{0, 0}, size}, m_capture.controller()))
     {
-        m_player = VRQGamePlayer::create(nlohmann::json::object(), std::weak_ptr<VRQGamePlayerDelegate>(),
-                                         [this](const nlohmann::json&, VRQSdkRtcDelegate* delegate) {
-                                             m_client = FakeRtcClient::create(delegate);
-                                             return m_client;
-                                         });
-        pad = VRQVKeyGamepad::initWithFrame({{0, 0}, size}, m_player->gameController());
         window->addSubview(pad);
     }
     ~GamepadHarness()
     {
         if (pad)
             pad->removeFromSuperview();
-        pad.reset();
-        m_player->stopGame();
     }
     GamepadHarness(const GamepadHarness&) = delete;
     GamepadHarness& operator=(const GamepadHarness&) = delete;
@@ -61,15 +54,7 @@ public:
     void up(vrq::Point at, std::uint64_t finger = 1) { window->touchUp(finger, at, m_time += 0.01); }
 
     // Every message the player sent, as "send:<label>:<text>".
-    std::vector<std::string> sentCalls() const
-    {
-        std::vector<std::string> sent;
-        for (auto& call : m_client->calls()) {
-            if (call.rfind("send:", 0) == 0)
-                sent.push_back(std::move(call));
-        }
-        return sent;
-    }
+    std::vector<std::string> sentCalls() const { return m_capture.sentCalls(); }
     std::size_t count() const { return sentCalls().size(); }
 
     // The keys of each message sent since the last call. A message that is
@@ -111,9 +96,6 @@ private:
         return keys;
     }
 
-    TempHome m_home;
-    std::shared_ptr<FakeRtcClient> m_client;
-    std::shared_ptr<VRQGamePlayer> m_player;
     std::size_t m_taken = 0;
     double m_time = 1;
 };

@@ -36,12 +36,23 @@ public:
 
     std::shared_ptr<VRQGameController> controller() const { return m_player->gameController(); }
 
+    // Every message the player sent so far, as "send:<label>:<text>".
+    std::vector<std::string> sentCalls() const
+    {
+        std::vector<std::string> sent;
+        for (auto& call : m_client->calls()) {
+            if (call.rfind("send:", 0) == 0)
+                sent.push_back(std::move(call));
+        }
+        return sent;
+    }
+
     // The input messages sent so far on "km" and "ack", in order, parsed;
     // those on "ack" without their envelope.
     std::vector<nlohmann::json> sent() const
     {
         std::vector<nlohmann::json> messages;
-        for (const std::string& call : m_client->calls()) {
+        for (const std::string& call : sentCalls()) {
             for (const std::string label : {"km", "ack"}) {
                 const std::string prefix = "send:" + label + ":";
                 if (call.rfind(prefix, 0) != 0)

@@ -1,5 +1,7 @@
 #include "GamepadState.h"
 
+#include "MessageEdits.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -9,6 +11,9 @@ using nlohmann::json;
 using vrqserver::GamepadState;
 
 namespace {
+
+using vrqtest::with;
+using vrqtest::without;
 
 using Pad = GamepadState::Pad;
 using Stick = GamepadState::Stick;
@@ -140,14 +145,6 @@ TEST(GamepadStateTest, MalformedInputIsIgnoredWithoutThrowing)
 {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
-    const auto without = [](json message, const char* key) {
-        message.erase(key);
-        return message;
-    };
-    const auto with = [](json message, const char* key, json value) {
-        message[key] = std::move(value);
-        return message;
-    };
     const json cases[] = {
         json(),
         json("gamepadconnect"),

@@ -1,5 +1,7 @@
 #include "PointerState.h"
 
+#include "MessageEdits.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -8,6 +10,9 @@ using nlohmann::json;
 using vrqserver::PointerState;
 
 namespace {
+
+using vrqtest::with;
+using vrqtest::without;
 
 using Finger = PointerState::Finger;
 using Point = PointerState::Point;
@@ -79,14 +84,6 @@ TEST(PointerStateTest, MalformedInputIsIgnoredWithoutThrowing)
 {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     const double inf = std::numeric_limits<double>::infinity();
-    const auto without = [](json message, const char* key) {
-        message.erase(key);
-        return message;
-    };
-    const auto with = [](json message, const char* key, json value) {
-        message[key] = std::move(value);
-        return message;
-    };
     const json down = touch(2, 0, 100, 50);
     const json cases[] = {
         json(),
