@@ -8,6 +8,8 @@
 #include "vrq/core/VRQGameController.h"
 #include "vrq/platform/views/Window.h"
 
+#include <functional>
+
 using namespace std::chrono_literals;
 using nlohmann::json;
 
@@ -46,9 +48,10 @@ protected:
         m_window->touchUp(finger, at, m_time += 0.1);
     }
 
-    // The server's virtual controller, read through its control API, once it
-    // has performed `count` instructions.
-    json controllerAfter(std::size_t count)
+    // The server's virtual controller, read through its control API, once
+    // `ready` holds for it (or after 5 s). An instruction is counted before it
+    // is performed, so a test waits for the state it expects, not a count.
+    json controllerWhen(const std::function<bool(const json&)>& ready)
     {
         json state;
         m_session.waitFor(
@@ -56,7 +59,7 @@ protected:
                 httplib::Client client(m_session.server->origin());
                 const auto response = client.Get("/control/gamepad");
                 state = response ? json::parse(response->body, nullptr, false) : json();
-                return state.is_object() && state.value("instructions", 0u) >= count;
+                return state.is_object() && ready(state);
             },
             5s);
         return state;
@@ -93,19 +96,20 @@ TEST_F(GamepadInputTest, ButtonPadStickAndTriggerReachTheGameAsKeySequences)
     tap(2, {200, 410});
     m_window->touchDown(3, {200, 410}, m_time += 0.1);
     m_window->touchMove(3, {270, 430}, m_time += 0.1);
-    EXPECT_EQ(controllerAfter(5)["buttons"], 1 | 8);
+    EXPECT_EQ(controllerWhen([](const json& s) { return s["buttons"] == (1 | 8); })["buttons"], 1 | 8);
     m_window->touchMove(3, {300, 500}, m_time += 0.1);
     m_window->touchUp(3, {300, 500}, m_time += 0.1);
 
     m_window->touchDown(4, {500, 500}, m_time += 0.1);
     m_window->touchMove(4, {650, 500}, m_time += 0.1);
-    EXPECT_EQ(controllerAfter(8)["left_stick"], (json{{"x", 32767}, {"y", 0}}));
+    const json pushedRight{{"x", 32767}, {"y", 0}};
+    EXPECT_EQ(controllerWhen([&](const json& s) { return s["left_stick"] == pushedRight; })["left_stick"], pushedRight);
     m_window->touchMove(4, {500, 350}, m_time += 0.1);
     m_window->touchUp(4, {500, 350}, m_time += 0.1);
 
     // The trigger reaches its full value at its first tick, and is let go then.
     m_window->touchDown(5, {1050, 150}, m_time += 0.1);
-    EXPECT_EQ(controllerAfter(13)["right_trigger"], 255);
+    EXPECT_EQ(controllerWhen([](const json& s) { return s["right_trigger"] == 255; })["right_trigger"], 255);
     m_window->touchUp(5, {1050, 150}, m_time += 0.1);
 
     const std::vector<std::vector<std::string>> expected = {
@@ -122,7 +126,8 @@ TEST_F(GamepadInputTest, ButtonPadStickAndTriggerReachTheGameAsKeySequences)
         {"{\"type\":\"rt\",\"x\":255,\"down\":1}"},
         {"{\"type\":\"rt\",\"x\":0,\"down\":0}"},
     };
-    const json state = controllerAfter(14);
+    // The last instruction lets the trigger go.
+    const json state = controllerWhen([](const json& s) { return s["instructions"] == 14 && s["right_trigger"] == 0; });
     const auto km = m_session.received("km");
     ASSERT_EQ(km.size(), expected.size());
     for (std::size_t i = 0; i < km.size(); ++i)
