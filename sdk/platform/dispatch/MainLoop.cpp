@@ -163,6 +163,11 @@ void dispatchGlobalAsync(std::function<void()> fn)
     GlobalPool::shared().async(std::move(fn));
 }
 
+void wakeMainLoop()
+{
+    g_main_context_wakeup(g_main_context_default());
+}
+
 bool runMainLoopUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout)
 {
     GMainContext* context = g_main_context_default();

@@ -27,6 +27,11 @@ void dispatchMainAsync(std::function<void()> fn);
 // Runs fn on the shared default-priority pool (the global concurrent queue).
 void dispatchGlobalAsync(std::function<void()> fn);
 
+// Ends the main thread's current wait at once, from any thread, so that a
+// loop such as runMainLoopUntil re-checks its predicate (a renderer's "a new
+// frame is there", say) without posting a task.
+void wakeMainLoop();
+
 // Iterates the default main context on the calling thread until predicate()
 // is true or the timeout passes. Returns the predicate's last value.
 bool runMainLoopUntil(const std::function<bool()>& predicate, std::chrono::milliseconds timeout);

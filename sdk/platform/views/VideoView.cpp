@@ -14,6 +14,7 @@ void VideoView::onFrame(std::shared_ptr<const rtc::VideoFrame> frame)
     const Size size{static_cast<double>(frame->width()), static_cast<double>(frame->height())};
     bool sizeChanged = false;
     bool first = false;
+    std::function<void()> observer;
     {
         std::lock_guard lock(m_mutex);
         m_latest = std::move(frame);
@@ -21,8 +22,11 @@ void VideoView::onFrame(std::shared_ptr<const rtc::VideoFrame> frame)
         m_videoSize = size;
         first = m_awaitingFirstFrame;
         m_awaitingFirstFrame = false;
+        observer = m_frameObserver;
     }
     ++m_framesReceived;
+    if (observer)
+        observer();
     VideoViewDelegate* delegate = m_delegate.load();
     if (!delegate)
         return;
@@ -30,6 +34,12 @@ void VideoView::onFrame(std::shared_ptr<const rtc::VideoFrame> frame)
         delegate->videoViewDidChangeVideoSize(*this, size);
     if (first)
         delegate->videoViewIsFirstFrame(*this, true);
+}
+
+void VideoView::setFrameObserver(std::function<void()> observer)
+{
+    std::lock_guard lock(m_mutex);
+    m_frameObserver = std::move(observer);
 }
 
 std::shared_ptr<const rtc::VideoFrame> VideoView::latestFrame() const

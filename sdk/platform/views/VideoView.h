@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -36,6 +37,10 @@ public:
 
     // The next frame counts as a first frame again (a new stream was attached).
     void resetFirstFrame();
+    // Called on the engine's thread after each frame was stored, for a
+    // renderer that draws frames as they come; it must return at once. May be
+    // changed from any thread; an empty function removes it.
+    void setFrameObserver(std::function<void()> observer);
     // Non-owning; may be changed from any thread.
     void setVideoViewDelegate(VideoViewDelegate* delegate) { m_delegate.store(delegate); }
 
@@ -44,6 +49,7 @@ private:
     std::shared_ptr<const rtc::VideoFrame> m_latest; // guarded by m_mutex
     Size m_videoSize;                                // guarded by m_mutex
     bool m_awaitingFirstFrame = true;                // guarded by m_mutex
+    std::function<void()> m_frameObserver;           // guarded by m_mutex
     std::atomic<std::uint64_t> m_framesReceived{0};
     std::atomic<VideoViewDelegate*> m_delegate{nullptr};
 };

@@ -2,7 +2,7 @@
 // server runs in a network namespace of its own, joined to this one by a veth
 // pair; the link goes down long enough for the loss to be noticed and for the
 // reconnect request to fail, comes back, and the session reconnects through it.
-#include "integration/server/ChildProcess.h"
+#include "support/ChildProcess.h"
 
 #include "support/CapturingLogDelegate.h"
 #include "support/RecordingPlayerDelegate.h"

@@ -2,7 +2,7 @@
 
 // Helpers for tests that run the aiortc answerer script as a separate process.
 
-#include "integration/server/ChildProcess.h"
+#include "support/ChildProcess.h"
 #include "support/Shell.h"
 
 #include <nlohmann/json.hpp>

@@ -1,7 +1,7 @@
 // The engine's offerer against an independent WebRTC stack: aiortc, answering
 // as a game server would (H.264 with detection SEI, Opus, heartbeat replies).
 #include "integration/peers/AiortcPeer.h"
-#include "integration/server/ChildProcess.h"
+#include "support/ChildProcess.h"
 #include "integration/server/KitOfferer.h"
 
 #include "support/Shell.h"

@@ -1,6 +1,6 @@
 // The reference game server on loopback, in-process and as its binary, played
 // by an offerer that behaves like the kit.
-#include "ChildProcess.h"
+#include "support/ChildProcess.h"
 #include "KitOfferer.h"
 #include "support/LoopbackAddress.h"
 
