@@ -10,7 +10,14 @@ std::optional<std::string> writeFramePng(const vrq::rtc::VideoFrame& frame, cons
     if (frame.width() <= 0 || frame.height() <= 0)
         return "the frame is empty";
     // The one place the picture becomes RGBA: a snapshot, not the frame path.
-    const std::vector<std::uint8_t> rgba = frame.toRgba();
+    return writeRgbaPng(frame.width(), frame.height(), frame.toRgba(), path);
+}
+
+std::optional<std::string> writeRgbaPng(int width, int height, const std::vector<std::uint8_t>& rgba,
+                                        const std::filesystem::path& path)
+{
+    if (width <= 0 || height <= 0 || rgba.size() != static_cast<std::size_t>(width) * static_cast<std::size_t>(height) * 4)
+        return "the picture is empty";
     std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "wb"), std::fclose);
     if (!file)
         return "cannot open " + path.string() + " for writing";
@@ -18,8 +25,8 @@ std::optional<std::string> writeFramePng(const vrq::rtc::VideoFrame& frame, cons
     if (!context)
         return "no PNG encoder";
     spng_ihdr header{};
-    header.width = static_cast<std::uint32_t>(frame.width());
-    header.height = static_cast<std::uint32_t>(frame.height());
+    header.width = static_cast<std::uint32_t>(width);
+    header.height = static_cast<std::uint32_t>(height);
     header.bit_depth = 8;
     header.color_type = SPNG_COLOR_TYPE_TRUECOLOR_ALPHA;
     int result = spng_set_png_file(context.get(), file.get());

@@ -8,6 +8,7 @@
 #include "TouchStage.h"
 #include "PlaySession.h"
 #include "PrintingLogDelegate.h"
+#include "SdlWindow.h"
 #include "SessionStatistics.h"
 
 #include "vrq/control/VRQGameVideoView.h"
@@ -54,10 +55,11 @@ int PlayApp::run()
     if (!startBackend())
         return 1;
     play();
-    finish();
+    // The window shows the last frame until it closes: the snapshot comes first.
     std::optional<std::string> snapshotError;
     if (!m_options.snapshotPath.empty())
         snapshotError = writeSnapshot();
+    finish();
     const int code = verdict(snapshotError);
     m_session.reset();
     if (m_server)
@@ -92,12 +94,28 @@ bool PlayApp::startBackend()
     return true;
 }
 
+// A window where there is a display, unless told otherwise.
+std::unique_ptr<PlayWindow> PlayApp::openWindow()
+{
+    if (!m_options.headless) {
+        std::string reason;
+        if (auto window = SdlWindow::open({m_options.mouseAsTouch}, m_events, &reason)) {
+            m_sdlWindow = window.get();
+            return window;
+        }
+        m_events->emit("headless", {{"reason", reason}}, reason + ": playing without a window" +
+                                                         (m_options.replay ? ", and without the finger replay" : ""));
+    }
+    return std::make_unique<HeadlessWindow>();
+}
+
 void PlayApp::play()
 {
+    m_window = openWindow();
     m_deadline = Clock::now() + std::chrono::seconds(m_options.durationSeconds);
-    m_window = std::make_unique<HeadlessWindow>();
     m_session = std::make_shared<PlaySession>(PlaySession::Settings{m_backendOrigin, m_options.experienceCode}, m_events);
     m_session->begin(*m_window);
+    setUpStage();
     m_sampler = vrq::Timer::onMain(1s, true, [this] { onTick(); });
     // Ends early only when the session failed for good or the window was closed.
     vrq::runMainLoopUntil(
@@ -113,6 +131,18 @@ void PlayApp::play()
         m_tour->stop();
 }
 
+// The kit's touch views go over the video in a window, and headless when the
+// tour or a gamepad layout needs them.
+void PlayApp::setUpStage()
+{
+    const auto& player = m_session->player();
+    if (!player || (!m_sdlWindow && !m_options.autoplay && m_options.layoutText.empty()))
+        return;
+    m_stage = std::make_shared<TouchStage>(player, m_options.layoutText);
+    if (m_sdlWindow)
+        m_sdlWindow->setStage(m_stage);
+}
+
 void PlayApp::onTick()
 {
     const auto& player = m_session->player();
@@ -121,18 +151,27 @@ void PlayApp::onTick()
     ++m_samples;
     const nlohmann::json sample = sampleStatistics(*player);
     m_events->emit("stats", sample, describeStatistics(sample));
+    if (m_sdlWindow) {
+        auto lines = statisticsLines(sample);
+        lines.push_back(m_sdlWindow->figuresLine());
+        m_sdlWindow->showStatistics(lines);
+    }
 }
 
-// The touch views go over the video with its first frame, when the tour or a
-// gamepad layout needs them. The tour starts then too; its first round is
+// With the first frame the stage starts (a controller layout connects the
+// remote controller) and so does the tour; the tour's first round is
 // squeezed into the time left when 200 ms steps would not fit, so that a
 // short run still sends every kind of input once.
 void PlayApp::startTourIfDue()
 {
-    if (m_stage || !m_session->videoShown() || (!m_options.autoplay && m_options.layoutText.empty()))
+    if (m_started || !m_session->videoShown())
         return;
-    m_stage = std::make_shared<TouchStage>(m_session->player(), m_options.layoutText);
-    if (!m_options.autoplay)
+    m_started = true;
+    if (m_stage)
+        m_stage->start();
+    if (m_sdlWindow)
+        m_sdlWindow->startInput(m_options.replay);
+    if (!m_options.autoplay || !m_stage)
         return;
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(m_deadline - Clock::now()) - kTourMargin;
     const auto fitting = left / static_cast<long>(InputTour::stepCount());
@@ -174,6 +213,8 @@ void PlayApp::waitForUploads()
 
 std::optional<std::string> PlayApp::writeSnapshot()
 {
+    if (m_sdlWindow)
+        return m_sdlWindow->writeSnapshot(m_options.snapshotPath);
     const auto& player = m_session->player();
     const auto view = player ? player->videoView() : nullptr;
     const auto frame = view ? view->latestFrame() : nullptr;
@@ -195,6 +236,8 @@ int PlayApp::verdict(const std::optional<std::string>& snapshotError)
         reason = "snapshot: " + *snapshotError;
     nlohmann::json summary = {{"played", m_session->videoShown()}, {"video_shows", m_session->videoShows()},
                               {"samples", m_samples}};
+    if (m_sdlWindow)
+        summary["window"] = m_sdlWindow->figures();
     if (m_server) {
         summary["ingest"] = m_server->ingestSummary();
         summary["inputs"] = m_server->inputSummary();

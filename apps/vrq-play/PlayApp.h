@@ -12,6 +12,7 @@ class EventLog;
 class InputTour;
 class PlaySession;
 class PlayWindow;
+class SdlWindow;
 class TouchStage;
 
 namespace vrq {
@@ -35,7 +36,9 @@ public:
 
 private:
     bool startBackend();
+    std::unique_ptr<PlayWindow> openWindow();
     void play();
+    void setUpStage();
     void onTick();
     void startTourIfDue();
     void finish();
@@ -49,6 +52,8 @@ private:
     std::string m_backendOrigin;
     bool m_metricsToBundled = false;
     std::unique_ptr<PlayWindow> m_window;
+    SdlWindow* m_sdlWindow = nullptr; // m_window, when it is a real window
+    bool m_started = false;           // the video showed and the stage and tour started
     std::shared_ptr<PlaySession> m_session;
     std::shared_ptr<TouchStage> m_stage;
     std::unique_ptr<InputTour> m_tour;

@@ -1,5 +1,7 @@
 #include "PlayOptions.h"
 
+#include "KeyBindings.h"
+
 #include "vrq/VRQVKey/button/VRQVGamepadUtil.h"
 
 #include <algorithm>
@@ -21,7 +23,7 @@ bool parseSeconds(std::string_view text, int& seconds)
 }
 
 constexpr std::string_view kValueOptions[] = {"--server", "--metrics", "--host", "--experience-code",
-                                              "--duration", "--events", "--snapshot", "--layout"};
+                                              "--duration", "--events", "--snapshot", "--layout", "--replay"};
 
 // The text of a shipped layout ("pad", "kbm") or of a layout file; false when it cannot be read.
 bool readLayout(const std::string& nameOrFile, std::string& text)
@@ -61,7 +63,25 @@ bool applyValue(PlayOptions& options, std::string_view name, const std::string& 
         return !(options.snapshotPath = value).empty();
     if (name == "--layout")
         return readLayout(value, options.layoutText);
+    if (name == "--replay") {
+        std::string error;
+        options.replay = FingerReplay::read(value, &error);
+        return options.replay.has_value();
+    }
     return false;
+}
+
+bool* flagNamed(PlayOptions& options, std::string_view name)
+{
+    if (name == "--headless")
+        return &options.headless;
+    if (name == "--autoplay")
+        return &options.autoplay;
+    if (name == "--mouse-as-touch")
+        return &options.mouseAsTouch;
+    if (name == "--help" || name == "-h")
+        return &options.help;
+    return nullptr;
 }
 
 } // namespace
@@ -71,10 +91,8 @@ std::optional<PlayOptions> PlayOptions::parse(int argc, char** argv, std::string
     PlayOptions options;
     for (int i = 1; i < argc; ++i) {
         const std::string_view name = argv[i];
-        if (name == "--headless")
-            continue;
-        if (name == "--autoplay") {
-            options.autoplay = true;
+        if (bool* flag = flagNamed(options, name)) {
+            *flag = true;
             continue;
         }
         if (std::find(std::begin(kValueOptions), std::end(kValueOptions), name) == std::end(kValueOptions)) {
@@ -100,20 +118,29 @@ std::optional<PlayOptions> PlayOptions::parse(int argc, char** argv, std::string
     return options;
 }
 
-const char* PlayOptions::usage()
+std::string PlayOptions::usage()
 {
     return "usage: vrq-play [--headless] [--duration SECONDS] [--autoplay] [--events json|text]\n"
            "                [--server ORIGIN] [--metrics ORIGIN] [--host 127.0.0.N]\n"
            "                [--experience-code CODE] [--snapshot FILE.png] [--layout pad|kbm|FILE]\n"
+           "                [--mouse-as-touch] [--replay FILE]\n"
            "  --server ORIGIN         the back end (POST /session, /ExperienceOffer); default: the bundled\n"
            "                          reference server, started in-process on --host (127.0.0.1)\n"
            "  --metrics ORIGIN        where metric and log bulks go (default: the back end)\n"
            "  --experience-code CODE  start through an experience code instead of a remote session\n"
            "  --duration SECONDS      play this long, then stop (default 10)\n"
+           "  --headless              no window, even where there is a display (without one, the default)\n"
            "  --autoplay              send every kind of input, one step about every 200 ms (the on-screen\n"
            "                          gamepad's too: it shows the pad layout unless --layout names another)\n"
            "  --events json           one JSON object per line instead of readable text\n"
-           "  --snapshot FILE.png     write the last decoded video frame at exit\n"
+           "  --snapshot FILE.png     at exit, write the window as it shows (video and overlays), or,\n"
+           "                          headless, the last decoded video frame\n"
            "  --layout pad|kbm|FILE   lay an on-screen gamepad over the video: the shipped game-controller or\n"
-           "                          keyboard-and-mouse layout, or a layout file of the host's own\n";
+           "                          keyboard-and-mouse layout, or a layout file of the host's own\n"
+           "  --mouse-as-touch        the mouse's left button is a finger on the touch views and the gamepad\n"
+           "  --replay FILE           play recorded finger gestures into the window once the video shows\n"
+           "                          (JSON lines: {\"ms\": 0, \"finger\": \"down\", \"id\": 1, \"x\": 0.5, \"y\": 0.5},\n"
+           "                          finger down, move or up, x and y as fractions of the window)\n"
+           "keys in the window (all other keys, the mouse, fingers and game controllers go to the game):\n" +
+           keyBindingsHelp();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "FingerReplay.h"
+
 #include <optional>
 #include <string>
 
@@ -12,6 +14,13 @@ struct PlayOptions {
     std::string experienceCode;
     int durationSeconds = 10;
     bool autoplay = false;
+    // No window even where there is a display.
+    bool headless = false;
+    // The mouse stands for a finger on the kit's touch views.
+    bool mouseAsTouch = false;
+    bool help = false;
+    // Finger gestures played into the window once the video shows.
+    std::optional<FingerReplay> replay;
     bool jsonEvents = false;
     std::string snapshotPath;
     // The on-screen gamepad's layout text: "--layout pad|kbm|FILE", the
@@ -22,5 +31,5 @@ struct PlayOptions {
 
     // Nothing, with a reason in *error, when an argument is unknown or malformed.
     static std::optional<PlayOptions> parse(int argc, char** argv, std::string* error);
-    static const char* usage();
+    static std::string usage();
 };

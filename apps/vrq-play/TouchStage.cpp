@@ -10,29 +10,66 @@
 #include "vrq/core/VRQGamePlayer.h"
 #include "vrq/platform/views/Window.h"
 
+#include <algorithm>
 #include <chrono>
 
 TouchStage::TouchStage(const std::shared_ptr<VRQGamePlayer>& player, std::string_view layout)
+    : m_player(player)
 {
     auto video = player->videoView();
     const vrq::Rect area{{0, 0}, video ? video->frame().size : vrq::Size{1280, 720}};
     auto controller = player->gameController();
     m_window = std::make_shared<vrq::Window>(area);
+    m_picture = std::make_shared<vrq::View>(area);
     m_touchScreen = std::make_shared<VRQRemoteTouchScreen>(area, controller);
     m_cursor = std::make_shared<VRQVirtualMouseCursor>(area, controller);
     controller->setMouseCursor(m_cursor);
     if (video)
         m_window->addSubview(video);
-    m_window->addSubview(m_touchScreen);
-    m_window->addSubview(m_cursor);
+    m_window->addSubview(m_picture);
+    m_picture->addSubview(m_touchScreen);
+    m_picture->addSubview(m_cursor);
     useTouchScreen();
-    if (layout.empty())
-        return;
-    m_gamepad = VRQVKeyGamepad::initWithFrame(area, controller);
-    m_gamepad->showKeyGamepad(layout);
-    m_window->addSubview(m_gamepad);
-    if (m_gamepad->needConnected())
-        controller->enableVirtualGamepad(true);
+    if (!layout.empty()) {
+        m_gamepad = VRQVKeyGamepad::initWithFrame(area, controller);
+        m_gamepad->showKeyGamepad(layout);
+        m_window->addSubview(m_gamepad);
+    }
+    layOut(area.size);
+}
+
+void TouchStage::start()
+{
+    const auto player = m_player.lock();
+    if (player && m_gamepad && m_gamepad->needConnected())
+        player->gameController()->enableVirtualGamepad(true);
+}
+
+vrq::Rect TouchStage::pictureRect(vrq::Size video, vrq::Size area)
+{
+    if (video.width <= 0 || video.height <= 0)
+        return {{0, 0}, area};
+    const double scale = std::min(area.width / video.width, area.height / video.height);
+    const vrq::Size size{video.width * scale, video.height * scale};
+    return {{(area.width - size.width) / 2, (area.height - size.height) / 2}, size};
+}
+
+void TouchStage::layOut(vrq::Size area)
+{
+    const auto player = m_player.lock();
+    const auto video = player ? player->videoView() : nullptr;
+    const vrq::Rect picture = pictureRect(video ? video->videoSize() : vrq::Size{}, area);
+    m_window->setFrame({{0, 0}, area});
+    if (video) {
+        // Bounds and centre, not the frame: a pinch may have given the video a transform.
+        video->setBounds({{0, 0}, picture.size});
+        video->setCenter({picture.origin.x + picture.size.width / 2, picture.origin.y + picture.size.height / 2});
+    }
+    m_picture->setFrame(picture);
+    m_touchScreen->setFrame({{0, 0}, picture.size});
+    m_cursor->setFrame({{0, 0}, picture.size});
+    if (m_gamepad)
+        m_gamepad->setFrame({{0, 0}, area});
 }
 
 std::optional<TouchStage::Target> TouchStage::gamepadButton(std::string_view key) const
@@ -77,6 +114,11 @@ void TouchStage::move(std::uint64_t finger, vrq::Point to)
 void TouchStage::up(std::uint64_t finger, vrq::Point at)
 {
     m_window->touchUp(finger, at, now());
+}
+
+void TouchStage::cancelAll()
+{
+    m_window->cancelAllTouches(now());
 }
 
 double TouchStage::now()

@@ -12,8 +12,12 @@ int main(int argc, char** argv)
     std::string error;
     auto options = PlayOptions::parse(argc, argv, &error);
     if (!options) {
-        std::fprintf(stderr, "vrq-play: %s\n%s", error.c_str(), PlayOptions::usage());
+        std::fprintf(stderr, "vrq-play: %s\n%s", error.c_str(), PlayOptions::usage().c_str());
         return 2;
+    }
+    if (options->help) {
+        std::fputs(PlayOptions::usage().c_str(), stdout);
+        return 0;
     }
     PlayApp app(std::move(*options));
     return app.run();

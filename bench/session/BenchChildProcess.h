@@ -49,6 +49,7 @@ public:
     ChildProcess& operator=(const ChildProcess&) = delete;
 
     bool started() const { return m_pid > 0; }
+    pid_t pid() const { return m_pid; }
 
     // The next line without its newline; none at the end of the output or at the deadline.
     std::optional<std::string> readLine(std::chrono::steady_clock::time_point deadline)

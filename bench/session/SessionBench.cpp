@@ -12,6 +12,7 @@
 #include "BareReceiver.h"
 #include "BenchChildProcess.h"
 #include "BenchFigures.h"
+#include "BenchServerProcess.h"
 #include "GameServer.h"
 #include "MessageArrivals.h"
 #include "RawOfferer.h"
@@ -260,30 +261,6 @@ void benchConnectedSession()
     printPair("data-channel one-way latency p50", "ms", percentile(kitLatency, 0.5), percentile(rawLatency, 0.5));
     printPair("data-channel one-way latency p99", "ms", percentile(kitLatency, 0.99), percentile(rawLatency, 0.99));
 }
-
-// A vrq-game-server process on its own loopback address. Sessions are kept
-// without heartbeats (--idle-timeout 0): the bare receiver sends none.
-class ServerProcess {
-public:
-    ServerProcess(const std::string& host, int width, int height, int fps)
-        : m_process({VRQ_GAME_SERVER, "--host", host, "--width", std::to_string(width), "--height", std::to_string(height),
-                     "--fps", std::to_string(fps), "--bitrate", "8000", "--idle-timeout", "0"})
-    {
-        const auto deadline = Clock::now() + 15s;
-        while (m_process.started() && m_origin.empty()) {
-            const auto line = m_process.readLine(deadline);
-            if (!line)
-                break;
-            if (const auto at = line->find("http://"); at != std::string::npos)
-                m_origin = line->substr(at, line->find_first_of(' ', at) - at);
-        }
-    }
-    const std::string& origin() const { return m_origin; }
-
-private:
-    ChildProcess m_process;
-    std::string m_origin;
-};
 
 // POSTs a client session to ORIGIN/session; the answer SDP of the remote session.
 std::optional<std::string> answerFor(const std::string& origin, const nlohmann::json& clientSession)
