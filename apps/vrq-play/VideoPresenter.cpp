@@ -93,22 +93,25 @@ bool VideoPresenter::copyPlanes(const vrq::rtc::VideoFrame& frame)
     return result == 0;
 }
 
-void VideoPresenter::presented(std::chrono::steady_clock::time_point at)
+void VideoPresenter::presented(std::chrono::steady_clock::time_point drawnFrom, std::chrono::steady_clock::time_point at)
 {
     if (!m_pending)
         return;
     m_pending = false;
     ++m_presented;
-    const double ms = std::chrono::duration<double, std::milli>(at - m_pendingDecodedAt).count();
+    const double latency = std::chrono::duration<double, std::milli>(at - m_pendingDecodedAt).count();
+    const double drawing = std::chrono::duration<double, std::milli>(at - drawnFrom).count();
     if (m_latencies.size() < kLatencyCap) {
-        m_latencies.push_back(ms);
+        m_latencies.push_back(latency);
+        m_drawTimes.push_back(drawing);
         return;
     }
-    m_latencies[m_nextLatency] = ms;
+    m_latencies[m_nextLatency] = latency;
+    m_drawTimes[m_nextLatency] = drawing;
     m_nextLatency = (m_nextLatency + 1) % kLatencyCap;
 }
 
 VideoPresenter::Figures VideoPresenter::figures() const
 {
-    return {m_presented, percentileOf(m_latencies, 0.5), percentileOf(m_latencies, 0.99)};
+    return {m_presented, percentileOf(m_latencies, 0.5), percentileOf(m_latencies, 0.99), percentileOf(m_drawTimes, 0.5)};
 }

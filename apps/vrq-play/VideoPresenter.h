@@ -22,6 +22,7 @@ public:
         std::uint64_t presented = 0; // frames shown at least once
         double p50Ms = 0;
         double p99Ms = 0;
+        double drawP50Ms = 0; // of that, the window's own drawing and presenting
     };
 
     explicit VideoPresenter(SDL_Renderer* renderer);
@@ -34,9 +35,9 @@ public:
     bool upload(const std::shared_ptr<const vrq::rtc::VideoFrame>& frame);
     // The texture holding the last uploaded frame; null before the first.
     SDL_Texture* texture() const { return m_texture; }
-    // The window was presented at `at`: a frame uploaded since the last
-    // present counts once, with its latency.
-    void presented(std::chrono::steady_clock::time_point at);
+    // The window, drawn from drawnFrom on, was presented at `at`: a frame
+    // uploaded since the last present counts once, with its latency.
+    void presented(std::chrono::steady_clock::time_point drawnFrom, std::chrono::steady_clock::time_point at);
     Figures figures() const;
     // The latencies kept (the last kLatencyCap of them), in no set order.
     const std::vector<double>& latencies() const { return m_latencies; }
@@ -55,5 +56,6 @@ private:
     bool m_pending = false;
     std::uint64_t m_presented = 0;
     std::vector<double> m_latencies;
-    std::size_t m_nextLatency = 0; // where the next one goes once the cap is reached
+    std::vector<double> m_drawTimes;
+    std::size_t m_nextLatency = 0; // where the next ones go once the cap is reached
 };

@@ -23,6 +23,7 @@ public:
         }
     }
     const std::string& origin() const { return m_origin; }
+    pid_t pid() const { return m_process.pid(); }
 
 private:
     ChildProcess m_process;

@@ -52,11 +52,11 @@ TEST_P(VideoPresenterTest, UploadsThePlanesThroughTheirStridesAndCountsEachFrame
     EXPECT_GT(b[2], 230);
 
     // Two frames uploaded before one present: the newer is the one shown, counted once.
-    m_presenter->presented(std::chrono::steady_clock::now());
-    m_presenter->presented(std::chrono::steady_clock::now());
+    m_presenter->presented(std::chrono::steady_clock::now(), std::chrono::steady_clock::now());
+    m_presenter->presented(std::chrono::steady_clock::now(), std::chrono::steady_clock::now());
     EXPECT_EQ(m_presenter->figures().presented, 1u);
     ASSERT_TRUE(m_presenter->upload(red));
-    m_presenter->presented(std::chrono::steady_clock::now());
+    m_presenter->presented(std::chrono::steady_clock::now(), std::chrono::steady_clock::now());
     EXPECT_EQ(m_presenter->figures().presented, 2u);
 }
 
