@@ -72,7 +72,10 @@ bool VideoPresenter::ensureTexture(const vrq::rtc::VideoFrameInfo& info)
         VRQ_LOG(2, "cannot make a %dx%d video texture: %s", info.width, info.height, SDL_GetError());
         return false;
     }
-    SDL_SetTextureScaleMode(m_texture, SDL_ScaleModeLinear);
+    // Nearest sampling: under a software rasteriser (Mesa's, on a display
+    // without a GPU) linear sampling of the three planes doubles the time a
+    // 1080p frame takes to draw into a 720p window (18 ms against 9, measured).
+    SDL_SetTextureScaleMode(m_texture, SDL_ScaleModeNearest);
     m_textureInfo = info;
     return true;
 }
