@@ -48,22 +48,7 @@ protected:
         m_window->touchUp(finger, at, m_time += 0.1);
     }
 
-    // The server's virtual controller, read through its control API, once
-    // `ready` holds for it (or after 5 s). An instruction is counted before it
-    // is performed, so a test waits for the state it expects, not a count.
-    json controllerWhen(const std::function<bool(const json&)>& ready)
-    {
-        json state;
-        m_session.waitFor(
-            [&] {
-                httplib::Client client(m_session.server->origin());
-                const auto response = client.Get("/control/gamepad");
-                state = response ? json::parse(response->body, nullptr, false) : json();
-                return state.is_object() && ready(state);
-            },
-            5s);
-        return state;
-    }
+    json controllerWhen(const std::function<bool(const json&)>& ready) { return m_session.controllerWhen(ready); }
 
     vrqtest::PlayerSession m_session{vrqtest::loopbackAddress()};
     std::shared_ptr<vrq::Window> m_window = std::make_shared<vrq::Window>(vrq::Rect{{0, 0}, {1280, 720}});

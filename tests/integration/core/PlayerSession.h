@@ -18,6 +18,8 @@
 
 #include <httplib.h>
 
+#include <functional>
+
 #include <gtest/gtest.h>
 
 namespace vrqtest {
@@ -96,6 +98,23 @@ public:
             for (const auto& message : session->messageLog().messagesOn(label))
                 messages.push_back(nlohmann::json::parse(message.bytes, nullptr, false));
         return messages;
+    }
+
+    // The server's virtual controller, read through its control API, once
+    // `ready` holds for it (or after 5 s). An instruction is counted before it
+    // is performed, so a test waits for the state it expects, not a count.
+    nlohmann::json controllerWhen(const std::function<bool(const nlohmann::json&)>& ready)
+    {
+        nlohmann::json state;
+        waitFor(
+            [&] {
+                httplib::Client client(server->origin());
+                const auto response = client.Get("/control/gamepad");
+                state = response ? nlohmann::json::parse(response->body, nullptr, false) : nlohmann::json();
+                return state.is_object() && ready(state);
+            },
+            std::chrono::seconds(5));
+        return state;
     }
 
     TempHome home;

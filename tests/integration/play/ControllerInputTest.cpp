@@ -122,16 +122,7 @@ protected:
     json controllerWhen(const std::function<bool(const json&)>& ready)
     {
         pump();
-        json state;
-        m_session.waitFor(
-            [&] {
-                httplib::Client client(m_session.server->origin());
-                const auto response = client.Get("/control/gamepad");
-                state = response ? json::parse(response->body, nullptr, false) : json();
-                return state.is_object() && ready(state);
-            },
-            5s);
-        return state;
+        return m_session.controllerWhen(ready);
     }
 
     vrqtest::PlayerSession m_session{vrqtest::loopbackAddress()};
