@@ -384,6 +384,15 @@ std::int32_t VRQWebrtClient::getDataChannelState(const std::string& label) const
     return it == m_dataChannelList.end() ? 0 : static_cast<std::int32_t>(it->second->readyState());
 }
 
+std::optional<std::int32_t> VRQWebrtClient::listedChannelState(const std::string& label) const
+{
+    std::lock_guard lock(m_mutex);
+    const auto it = m_dataChannelList.find(label);
+    if (it == m_dataChannelList.end())
+        return std::nullopt;
+    return static_cast<std::int32_t>(it->second->readyState());
+}
+
 void VRQWebrtClient::registDataChannelHandler(std::weak_ptr<VRQWebRTCDataHandler> handler, const std::string& label)
 {
     std::lock_guard lock(m_mutex);
@@ -598,14 +607,18 @@ void VRQWebrtClient::didChangeConnectionState(PeerConnectionState state)
 void VRQWebrtClient::dataChannelDidChangeState(DataChannel& channel)
 {
     const std::string label = channel.label();
+    const auto stateAtEvent = static_cast<std::int32_t>(channel.readyState());
     VRQ_LOG(0, "dataChannel:%s state:%s", label.c_str(), stringForState(channel.readyState()));
     std::weak_ptr<VRQWebrtClient> weak = weak_from_this();
-    vrq::dispatchGlobalAsync([weak, label] {
+    vrq::dispatchGlobalAsync([weak, label, stateAtEvent] {
         auto self = weak.lock();
         if (!self)
             return;
+        // The state is read when the call runs; a channel that opens before
+        // createDataChannelWithLabel has listed it is not listed yet, and then
+        // its state at the event is the one to give.
         if (auto handler = self->handlerFor(label))
-            handler->dataChannelDidChangeState(self->getDataChannelState(label), label);
+            handler->dataChannelDidChangeState(self->listedChannelState(label).value_or(stateAtEvent), label);
     });
 }
 

@@ -94,6 +94,8 @@ protected:
     std::shared_ptr<VRQWebRTCDataHandler> handlerFor(const std::string& label) const;
 
 private:
+    // The state of the channel listed under the label; nothing when none is.
+    std::optional<std::int32_t> listedChannelState(const std::string& label) const;
     void createPcFactory();
     void createRenderView();
     void createPeerconnection();
