@@ -112,7 +112,7 @@ void SdlWindow::setStage(std::shared_ptr<TouchStage> stage)
     m_stage = std::move(stage);
     if (m_input)
         m_input->setStage(m_stage);
-    m_laidOutWidth = 0; // lay it out on the next turn
+    m_laidOutFor.reset(); // lay it out on the next turn
 }
 
 void SdlWindow::detach()
@@ -149,7 +149,7 @@ void SdlWindow::pump()
     while (SDL_PollEvent(&event))
         handle(event);
     layOut();
-    render(false);
+    render();
 }
 
 void SdlWindow::handle(const SDL_Event& event)
@@ -240,13 +240,9 @@ void SdlWindow::layOut()
     const auto player = m_player.lock();
     const auto video = player ? player->videoView() : nullptr;
     const vrq::Size videoSize = video ? video->videoSize() : vrq::Size{};
-    if (area.width == m_laidOutWidth && area.height == m_laidOutHeight && videoSize.width == m_laidOutVideoWidth &&
-        videoSize.height == m_laidOutVideoHeight)
+    if (m_laidOutFor == std::pair{area, videoSize})
         return;
-    m_laidOutWidth = area.width;
-    m_laidOutHeight = area.height;
-    m_laidOutVideoWidth = videoSize.width;
-    m_laidOutVideoHeight = videoSize.height;
+    m_laidOutFor = std::pair{area, videoSize};
     if (m_input)
         m_input->setWindowSize(area);
     if (m_stage)
@@ -256,20 +252,20 @@ void SdlWindow::layOut()
     m_dirty = true;
 }
 
-// Draws when a frame came, a view changed or the window needs it; true when it drew.
-bool SdlWindow::render(bool force)
+// Draws when a frame came, a view changed or the window needs it.
+void SdlWindow::render()
 {
     const auto player = m_player.lock();
     const auto video = player ? player->videoView() : nullptr;
     const auto drawnFrom = std::chrono::steady_clock::now();
     const bool newFrame = video && m_presenter->upload(video->latestFrame());
-    const auto root = m_stage ? std::static_pointer_cast<vrq::View>(m_stage->root()) : std::static_pointer_cast<vrq::View>(video);
+    const auto root = rootView();
     if (root)
         root->layoutIfNeeded();
     const bool viewsChanged = (root && root->subtreeNeedsDisplay()) || m_stats->subtreeNeedsDisplay();
-    if (!force && !newFrame && !viewsChanged && !m_dirty)
-        return false;
-    compose();
+    if (!newFrame && !viewsChanged && !m_dirty)
+        return;
+    compose(root.get());
     SDL_RenderPresent(m_renderer);
     m_presenter->presented(drawnFrom, std::chrono::steady_clock::now());
     if (root)
@@ -277,10 +273,17 @@ bool SdlWindow::render(bool force)
     m_stats->clearNeedsDisplay();
     m_views->endFrame();
     m_dirty = false;
-    return true;
 }
 
-void SdlWindow::compose()
+std::shared_ptr<vrq::View> SdlWindow::rootView() const
+{
+    if (m_stage)
+        return m_stage->root();
+    const auto player = m_player.lock();
+    return player ? player->videoView() : nullptr;
+}
+
+void SdlWindow::compose(const vrq::View* root)
 {
     int pixelsWide = 0;
     int pixelsHigh = 0;
@@ -289,12 +292,8 @@ void SdlWindow::compose()
     const double scale = area.width > 0 ? pixelsWide / area.width : 1.0;
     SDL_SetRenderDrawColor(m_renderer, 0, 0, 0, 255);
     SDL_RenderClear(m_renderer);
-    const auto player = m_player.lock();
-    const auto video = player ? player->videoView() : nullptr;
-    if (m_stage)
-        m_views->draw(*m_stage->root(), scale, m_presenter->texture());
-    else if (video)
-        m_views->draw(*video, scale, m_presenter->texture());
+    if (root)
+        m_views->draw(*root, scale, m_presenter->texture());
     m_views->draw(*m_stats, scale, nullptr);
 }
 
@@ -321,7 +320,7 @@ std::optional<std::string> SdlWindow::writeSnapshot(const std::filesystem::path&
     if (!m_window)
         return "the window is closed";
     layOut();
-    compose();
+    compose(rootView().get());
     int width = 0;
     int height = 0;
     SDL_GetRendererOutputSize(m_renderer, &width, &height);

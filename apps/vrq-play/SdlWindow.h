@@ -3,6 +3,8 @@
 #include "FingerReplay.h"
 #include "PlayWindow.h"
 
+#include "vrq/platform/views/View.h"
+
 #include <nlohmann/json.hpp>
 
 #include <atomic>
@@ -10,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 class ControllerInput;
@@ -65,8 +68,10 @@ private:
     void handle(const SDL_Event& event);
     void handleWindowEvent(const SDL_Event& event);
     void layOut();
-    bool render(bool force);
-    void compose();
+    void render();
+    // The tree drawn and touched: the stage's, or the bare video view before it.
+    std::shared_ptr<vrq::View> rootView() const;
+    void compose(const vrq::View* root);
     void paste();
 
     const Settings m_settings;
@@ -81,10 +86,8 @@ private:
     std::unique_ptr<ControllerInput> m_controllers;
     std::weak_ptr<VRQGamePlayer> m_player;
     std::shared_ptr<TouchStage> m_stage;
-    double m_laidOutWidth = 0;
-    double m_laidOutHeight = 0;
-    double m_laidOutVideoWidth = 0;
-    double m_laidOutVideoHeight = 0;
+    // The window's and the video's sizes the views were last laid out for.
+    std::optional<std::pair<vrq::Size, vrq::Size>> m_laidOutFor;
     std::optional<FingerReplay> m_replay;
     nlohmann::json m_finalFigures; // kept when the window closes
     bool m_dirty = true;
