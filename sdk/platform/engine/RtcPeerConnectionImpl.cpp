@@ -5,6 +5,7 @@
 #include "vrq/platform/dispatch/Timer.h"
 #include "vrq/platform/engine/RtcDataChannelImpl_p.h"
 #include "vrq/platform/engine/RtcEngine_p.h"
+#include "vrq/platform/engine/RtcFaultInjection_p.h"
 #include "vrq/platform/engine/RtcSdpText_p.h"
 #include "vrq/platform/engine/RtcStatsCollector_p.h"
 #include "vrq/platform/engine/RtcStatsReader_p.h"
@@ -358,6 +359,11 @@ std::shared_ptr<DataChannel> PeerConnectionImpl::createDataChannel(const std::st
 // the data-channel section.
 void PeerConnectionImpl::offer(DescriptionCompletion completion)
 {
+    if (std::string missing = missingEngineParts(); !missing.empty()) {
+        postError([completion](Error error) { completion(std::nullopt, error); }, Unavailable,
+                  "cannot receive media: " + missing);
+        return;
+    }
     auto element = webrtc();
     if (!element) {
         postError([completion](Error error) { completion(std::nullopt, error); }, Unavailable, "the connection is closed");
@@ -720,7 +726,7 @@ void PeerConnectionImpl::updateStates()
 {
     PeerConnectionState state = stateFromGst(m_gstState);
     IceConnectionState iceState = iceStateFromGst(m_gstIceState);
-    if (m_unreachable) {
+    if (m_unreachable || m_elementFailed) {
         state = PeerConnectionState::Failed;
         iceState = IceConnectionState::Failed;
     }
@@ -802,6 +808,49 @@ void PeerConnectionImpl::checkSilence()
     m_silent = silent;
     RTC_LOG(logging::kWarning, silent ? "nothing received for %d ms: the peer is gone" : "traffic resumed after %d ms of silence",
             m_configuration.disconnectTimeoutMs);
+    updateStates();
+}
+
+bool PeerConnectionImpl::postElementError(const std::string& factoryName)
+{
+    gst::ObjectPtr<GstElement> pipeline;
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_closed || !m_pipeline.pipeline)
+            return false;
+        pipeline.reset(static_cast<GstElement*>(gst_object_ref(m_pipeline.pipeline)));
+    }
+    GValue found = G_VALUE_INIT;
+    GstIterator* elements = gst_bin_iterate_recurse(gst::bin(pipeline.get()));
+    const gboolean any = gst_iterator_find_custom(
+        elements,
+        [](gconstpointer item, gconstpointer wanted) -> gint {
+            auto* element = static_cast<GstElement*>(g_value_get_object(static_cast<const GValue*>(item)));
+            GstElementFactory* factory = gst_element_get_factory(element);
+            return factory && *static_cast<const std::string*>(wanted) == GST_OBJECT_NAME(factory) ? 0 : 1;
+        },
+        &found, const_cast<std::string*>(&factoryName));
+    gst_iterator_free(elements);
+    if (!any)
+        return false;
+    auto* element = static_cast<GstElement*>(g_value_get_object(&found));
+    GST_ELEMENT_ERROR(element, STREAM, FAILED, ("injected failure"), (nullptr));
+    g_value_unset(&found);
+    return true;
+}
+
+bool postElementError(PeerConnection& connection, const std::string& factoryName)
+{
+    auto* impl = dynamic_cast<PeerConnectionImpl*>(&connection);
+    return impl && impl->postElementError(factoryName);
+}
+
+void PeerConnectionImpl::elementFailed()
+{
+    std::lock_guard lock(m_mutex);
+    if (m_closed || m_elementFailed)
+        return;
+    m_elementFailed = true;
     updateStates();
 }
 
@@ -1093,6 +1142,10 @@ GstBusSyncReply PeerConnectionImpl::onBusMessage(GstBus*, GstMessage* message, g
         if (error)
             g_error_free(error);
         g_free(debug);
+        // An element that failed (the decoder, DTLS, a transport) stops its
+        // part of the pipeline for good: the connection has failed.
+        if (Data::Entry self{data}; self && isError)
+            self->post([](PeerConnectionImpl& connection) { connection.elementFailed(); });
         break;
     }
     case GST_MESSAGE_LATENCY:

@@ -56,6 +56,8 @@ public:
     // Builds and starts the pipeline. False (logged) when it could not be built;
     // every operation then completes with an error.
     bool start();
+    // See RtcFaultInjection_p.h.
+    bool postElementError(const std::string& factoryName);
 
     void addRecvOnlyTransceiver(MediaType type) override;
     std::shared_ptr<DataChannel> createDataChannel(const std::string& label, bool ordered,
@@ -128,6 +130,7 @@ private:
     void updateStates(); // m_mutex held
     void postIceState(IceConnectionState state);
     void checkSilence();
+    void elementFailed();
     void startIceDeadline();
     void checkIceDeadline(); // with m_mutex held
     static bool iceReached(GstWebRTCICEConnectionState state);
@@ -182,6 +185,7 @@ private:
     bool m_silent = false;                                         // guarded by m_mutex
     std::int64_t m_iceDeadlineNs = 0; // steady time by which ICE must connect; 0: none (guarded by m_mutex)
     bool m_unreachable = false;       // the deadline passed without a connection (guarded by m_mutex)
+    bool m_elementFailed = false;     // an element of the pipeline posted an error (guarded by m_mutex)
     PeerConnectionState m_state = PeerConnectionState::New;        // guarded by m_mutex
     IceConnectionState m_iceState = IceConnectionState::New;       // guarded by m_mutex
     bool m_gatheringComplete = false;                              // guarded by m_mutex

@@ -2,6 +2,8 @@
 // peer that goes away, and closing from inside callbacks.
 #include "RtcTestPeers.h"
 
+#include "vrq/platform/engine/RtcFaultInjection_p.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -252,5 +254,33 @@ TEST(PeerConnectionLifecycleTest, UnreachableCandidatesFailWithinTheIceBound)
     EXPECT_FALSE(pair.offererEvents.reached(PeerConnectionState::Connected));
     pair.close();
 }
+
+} // namespace vrqtest::rtc
+
+namespace vrqtest::rtc {
+
+// An element that fails in mid-session (the decoder, DTLS) stops its part of
+// the pipeline for good: the connection reports failed at once, rather than
+// leaving it to a silence check or a video timeout later.
+class ElementFailureTest : public ::testing::TestWithParam<std::string> {};
+
+TEST_P(ElementFailureTest, FailsTheConnectionAtOnce)
+{
+    ConnectedPair pair;
+    ASSERT_EQ(pair.connect(), std::nullopt);
+    ASSERT_TRUE(waitUntil([&] { return pair.frames->count() > 0; }));
+    const std::string factory = GetParam().empty() ? videoDecoderName() : GetParam();
+    ASSERT_TRUE(postElementError(*pair.offerer, factory)) << factory;
+    const auto failedAt = Clock::now();
+    ASSERT_TRUE(waitUntil([&] { return pair.offererEvents.reached(PeerConnectionState::Failed); }, 5s));
+    EXPECT_LT(Clock::now() - failedAt, 1s);
+    EXPECT_EQ(pair.offerer->connectionState(), PeerConnectionState::Failed);
+    pair.close();
+}
+
+INSTANTIATE_TEST_SUITE_P(Elements, ElementFailureTest, ::testing::Values(std::string(), std::string("dtlsdec")),
+                         [](const ::testing::TestParamInfo<std::string>& element) {
+                             return element.param.empty() ? std::string("VideoDecoder") : element.param;
+                         });
 
 } // namespace vrqtest::rtc
