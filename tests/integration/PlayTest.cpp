@@ -50,11 +50,12 @@ struct PlayRun {
 // Runs vrq-play to its end (it is bounded by its --duration), handing every
 // JSON event to onEvent as soon as it is printed.
 PlayRun play(const vrqtest::TempDir& home, const std::string& arguments,
-             const std::function<void(const Json&)>& onEvent = nullptr)
+             const std::function<void(const Json&)>& onEvent = nullptr, const std::string& environment = "")
 {
     // As a person runs it: nothing in the environment restricts ICE; with its
     // bundled server the app keeps ICE on that loopback address itself.
-    const std::string command = "env -u VRQ_ICE_ADDRESSES VRQ_HOME=" + vrqtest::shellQuote(home.path().string()) + " " VRQ_TOOL_vrq_play " "
+    const std::string command = "env -u VRQ_ICE_ADDRESSES VRQ_HOME=" + vrqtest::shellQuote(home.path().string()) + " " + environment
+                                + " " VRQ_TOOL_vrq_play " "
                                 + arguments + " 2>/dev/null; echo exit=$?";
     PlayRun run;
     const auto start = std::chrono::steady_clock::now();
@@ -267,6 +268,30 @@ TEST(PlayTest, ExitsWithAReasonWhenItCannotPlay)
     const auto summary = refused.summary();
     EXPECT_EQ(summary["played"], false);
     EXPECT_NE(summary.value("reason", std::string()).find("HTTP 503"), std::string::npos) << refused.output;
+
+    // A machine without an H.264 decoder: GStreamer sees every installed
+    // plugin but the two that decode H.264, and the player's first offer
+    // fails with the package to install. (The bundled server refuses such an
+    // engine, so the back end here is the test's own.)
+    const auto plugins = home.path() / "plugins";
+    std::filesystem::create_directories(plugins);
+    const std::filesystem::path installed = GST_PLUGINS_DIR;
+    for (const auto& plugin : std::filesystem::directory_iterator(installed)) {
+        const std::string name = plugin.path().filename().string();
+        if (name != "libgstlibav.so" && name != "libgstopenh264.so")
+            std::filesystem::create_symlink(plugin.path(), plugins / name);
+    }
+    const std::string withoutDecoder = "GST_PLUGIN_SYSTEM_PATH_1_0=" + vrqtest::shellQuote(plugins.string())
+                                       + " GST_REGISTRY_1_0=" + vrqtest::shellQuote((home.path() / "registry.bin").string());
+    const PlayRun noDecoder = play(home, "--duration 5 --events json --server " + backEnd.origin(), nullptr, withoutDecoder);
+    EXPECT_EQ(noDecoder.exitCode, 1) << noDecoder.output;
+    const auto initFailures = noDecoder.named("init_failure");
+    ASSERT_EQ(initFailures.size(), 1u) << noDecoder.output;
+    EXPECT_EQ(initFailures[0]["data"]["code"], 10001);
+    EXPECT_NE(initFailures[0]["data"]["message"].get<std::string>().find("gstreamer1.0-libav"), std::string::npos)
+        << noDecoder.output;
+    EXPECT_LT(noDecoder.seconds, 4.0) << "the failure comes at once, not at the end of the run";
+    EXPECT_EQ(backEnd.requestsTo("/session").size(), 1u) << "no session is asked for without an offer";
 }
 
 #endif

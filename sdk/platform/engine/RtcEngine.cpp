@@ -75,23 +75,28 @@ void preloadElements()
     }
 }
 
-// A missing plugin stops media altogether, so it is reported whatever the engine's level.
-bool checkPlugins(const std::string& videoDecoder)
+// A missing plugin stops media altogether, so it is reported whatever the
+// engine's level. Returns what a receiving connection lacks, naming the
+// package that brings it; empty when nothing is missing.
+std::string checkPlugins(const std::string& videoDecoder)
 {
-    bool complete = true;
+    std::string missing;
     for (const Requirement& requirement : kRequired) {
         if (elementExists(requirement.factory))
             continue;
-        const std::string line = std::string("(RtcEngine.cpp) GStreamer element \"") + requirement.factory + "\" is missing (package "
-                                 + requirement.package + ")" + (requirement.answerOnly ? "; only a sending peer needs it" : "");
-        logging::logEx(requirement.answerOnly ? logging::kWarning : logging::kError, line);
-        complete = complete && requirement.answerOnly;
+        const std::string problem = std::string("GStreamer element \"") + requirement.factory + "\" is missing (package "
+                                    + requirement.package + ")";
+        logging::logEx(requirement.answerOnly ? logging::kWarning : logging::kError,
+                       "(RtcEngine.cpp) " + problem + (requirement.answerOnly ? "; only a sending peer needs it" : ""));
+        if (!requirement.answerOnly)
+            missing += (missing.empty() ? "" : "; ") + problem;
     }
     if (videoDecoder.empty()) {
-        logging::logEx(logging::kError, "(RtcEngine.cpp) no H.264 decoder: install gstreamer1.0-libav (avdec_h264) or openh264dec");
-        complete = false;
+        const std::string problem = "no H.264 decoder: install gstreamer1.0-libav (avdec_h264) or gstreamer1.0-plugins-bad (openh264dec)";
+        logging::logEx(logging::kError, "(RtcEngine.cpp) " + problem);
+        missing += (missing.empty() ? "" : "; ") + problem;
     }
-    return complete;
+    return missing;
 }
 
 // The H.264 decoders GStreamer offers, highest rank first.
@@ -190,7 +195,7 @@ void prepareDtlsInBackground()
 }
 
 struct EngineState {
-    bool complete = false;
+    std::string missing; // what receiving lacks; empty when complete
     std::string videoDecoder;
     std::optional<SelfSignedCertificate> certificate;
 };
@@ -205,7 +210,7 @@ const EngineState& engineState()
         if (!made.certificate)
             logging::logEx(logging::kWarning, "(RtcEngine.cpp) no DTLS certificate could be made; webrtcbin makes its own");
         made.videoDecoder = chooseVideoDecoder();
-        made.complete = checkPlugins(made.videoDecoder);
+        made.missing = checkPlugins(made.videoDecoder);
         return made;
     }();
     return state;
@@ -215,7 +220,12 @@ const EngineState& engineState()
 
 bool initializeEngine()
 {
-    return engineState().complete;
+    return engineState().missing.empty();
+}
+
+std::string missingEngineParts()
+{
+    return engineState().missing;
 }
 
 std::string videoDecoderName()

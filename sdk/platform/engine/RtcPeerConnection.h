@@ -106,6 +106,10 @@ public:
 // choice of decoder, the DTLS certificate). Safe to call repeatedly and from
 // any thread. False when a plugin needed to receive media is missing (logged).
 bool initializeEngine();
+// What the engine lacks to receive media (missing elements and the packages
+// that bring them, or no H.264 decoder); empty when it lacks nothing. An
+// offer on such an engine fails with this text.
+std::string missingEngineParts();
 // Starts that initialisation on a thread of its own and returns at once, so
 // that a host can have it done at launch, before its first connection needs
 // it (it takes 50 ms, and webrtcbin's own DTLS key 100 to 300 ms more).
