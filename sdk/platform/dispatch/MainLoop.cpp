@@ -1,4 +1,5 @@
 #include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/GuardedTask.h"
 #include "vrq/platform/dispatch/Timer.h"
 
 #include <glib.h>
@@ -74,7 +75,7 @@ private:
             batch.swap(shared().m_tasks);
         }
         for (auto& task : batch)
-            task();
+            runGuarded("the main thread", task);
         return G_SOURCE_CONTINUE;
     }
 
@@ -122,7 +123,7 @@ private:
                 task = std::move(m_tasks.front());
                 m_tasks.pop_front();
             }
-            task();
+            runGuarded("the global queue", task);
         }
     }
 

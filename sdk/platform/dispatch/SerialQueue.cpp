@@ -1,5 +1,9 @@
 #include "vrq/platform/dispatch/SerialQueue.h"
 
+#include "vrq/platform/dispatch/GuardedTask.h"
+
+#include <exception>
+
 namespace vrq {
 
 SerialQueue::SerialQueue(std::string label)
@@ -38,14 +42,22 @@ void SerialQueue::sync(const std::function<void()>& task)
     std::mutex doneMutex;
     std::condition_variable doneSignal;
     bool done = false;
+    std::exception_ptr thrown;
     async([&] {
-        task();
+        try {
+            task();
+        } catch (...) {
+            thrown = std::current_exception();
+        }
         std::lock_guard lock(doneMutex);
         done = true;
         doneSignal.notify_one();
     });
     std::unique_lock lock(doneMutex);
     doneSignal.wait(lock, [&] { return done; });
+    // The caller waited for the task: what it threw is the caller's.
+    if (thrown)
+        std::rethrow_exception(thrown);
 }
 
 bool SerialQueue::isCurrent() const
@@ -65,7 +77,7 @@ void SerialQueue::run(const std::shared_ptr<State>& state)
             task = std::move(state->tasks.front());
             state->tasks.pop_front();
         }
-        task();
+        runGuarded("a serial queue", task);
     }
 }
 

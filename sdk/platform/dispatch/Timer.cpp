@@ -1,5 +1,6 @@
 #include "vrq/platform/dispatch/Timer.h"
 
+#include "vrq/platform/dispatch/GuardedTask.h"
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/dispatch/SerialQueue.h"
 
@@ -66,7 +67,7 @@ void fire(const StatePtr& state)
         if (!state->repeats)
             state->cancelled = true;
     }
-    state->handler();
+    runGuarded("a timer", state->handler);
     std::function<void()> released;
     {
         std::lock_guard lock(state->mutex);

@@ -1,9 +1,14 @@
 #include "vrq/platform/dispatch/MainLoop.h"
 #include "vrq/platform/dispatch/SerialQueue.h"
+#include "vrq/platform/dispatch/Timer.h"
+
+#include "support/LogCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -75,4 +80,33 @@ TEST(MainLoopTest, AssertionFailsOffTheMainThread)
         }
     }).join();
     EXPECT_EQ(message, "need run on main thread.");
+}
+
+// A task that throws (a host callback, say) is logged and dropped; what runs
+// there next still runs, and a timer whose handler threw can be cancelled.
+TEST(GuardedTaskTest, AThrowingTaskIsLoggedAndEveryQueueGoesOn)
+{
+    vrqtest::LogCapture log;
+    std::atomic<int> after{0};
+    vrq::SerialQueue serial("test.throwing");
+    const auto thrower = [] { throw std::runtime_error("host bug"); };
+    vrq::dispatchMainAsync(thrower);
+    vrq::dispatchMainAsync([&] { ++after; });
+    vrq::dispatchGlobalAsync(thrower);
+    vrq::dispatchGlobalAsync(thrower); // both pool threads meet one
+    vrq::dispatchGlobalAsync([&] { ++after; });
+    vrq::dispatchGlobalAsync([&] { ++after; });
+    serial.async([] { throw 7; });
+    serial.async([&] { ++after; });
+    auto timer = vrq::Timer::onMain(1ms, false, thrower);
+    const auto thrown = [&] {
+        const auto lines = log.lines();
+        return std::count_if(lines.begin(), lines.end(), [](const auto& line) { return line.second.find(" threw") != std::string::npos; });
+    };
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return after == 4 && thrown() == 5; }, 5s)) << after << " " << thrown();
+    timer->cancel();
+    EXPECT_THROW(serial.sync([] { throw std::logic_error("the caller's own"); }), std::logic_error);
+    for (const char* where : {"the main thread", "the global queue", "a serial queue", "a timer"})
+        EXPECT_TRUE(log.contains(std::string("a task on ") + where + " threw")) << where;
+    EXPECT_TRUE(log.contains("threw: host bug; it is dropped and the queue goes on"));
 }
