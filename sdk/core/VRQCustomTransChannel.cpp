@@ -4,6 +4,7 @@
 #include "vrq/core/VRQHostCall_p.h"
 #include "vrq/log/VRQLog.h"
 #include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/PendingLimit.h"
 #include "vrq/platform/dispatch/Timer.h"
 #include "vrq/utils/VRQJsonHelpers.h"
 
@@ -42,6 +43,7 @@ VRQCustomTransChannel::VRQCustomTransChannel(std::string label, std::int32_t por
     : m_remoteUdpPort(port)
     , m_channelLabel(std::move(label))
     , m_delegate(std::move(delegate))
+    , m_received(vrq::PendingLimit::make("custom channel \"" + m_channelLabel + "\" data for the host", vrq::PendingLimit::kMainDeliveries))
 {
 }
 
@@ -102,7 +104,10 @@ void VRQCustomTransChannel::dataChannelDidChangeState(std::int32_t state, const 
 
 void VRQCustomTransChannel::onReceiveMsg(const vrq::rtc::DataBuffer& buffer, const std::string& /*label*/)
 {
-    vrq::dispatchMainAsync([weak = weak_from_this(), data = buffer.data] {
+    if (!m_received->tryEnter())
+        return;
+    vrq::dispatchMainAsync([weak = weak_from_this(), data = buffer.data, received = m_received] {
+        const vrq::PendingLimit::Leave leave(*received);
         auto self = weak.lock();
         auto target = self ? self->delegate() : nullptr;
         if (target)

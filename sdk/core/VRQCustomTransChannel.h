@@ -15,6 +15,7 @@
 class VRQGamePlayer;
 
 namespace vrq {
+class PendingLimit;
 class Timer;
 }
 
@@ -61,6 +62,8 @@ private:
     const std::string m_channelLabel;
     mutable std::mutex m_mutex; // guards the members below
     std::weak_ptr<VRQCustomTransChannelDelegate> m_delegate;
+    // Received data waiting for the main thread.
+    const std::shared_ptr<vrq::PendingLimit> m_received;
     std::weak_ptr<VRQGamePlayer> m_weakPlayer;
     std::shared_ptr<vrq::Timer> m_startTimer; // the delayed first binding request
 };

@@ -4,6 +4,7 @@
 #include "vrq/core/VRQHostCall_p.h"
 #include "vrq/log/VRQLog.h"
 #include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/PendingLimit.h"
 #include "vrq/platform/services/Crypto.h"
 #include "vrq/utils/VRQJsonHelpers.h"
 
@@ -51,6 +52,11 @@ std::int32_t negated(std::int32_t value)
 }
 
 } // namespace
+
+VRQGameController::VRQGameController()
+    : m_deliveries(vrq::PendingLimit::make("controller events for the host", vrq::PendingLimit::kMainDeliveries))
+{
+}
 
 // MARK: - Accessors
 
@@ -260,7 +266,10 @@ void VRQGameController::cancleAutoLogin()
 
 void VRQGameController::notifyDelegate(std::function<void(VRQGameControllerDelegate&)> call)
 {
-    vrq::dispatchMainAsync([weak = weak_from_this(), call = std::move(call)] {
+    if (!m_deliveries->tryEnter())
+        return;
+    vrq::dispatchMainAsync([weak = weak_from_this(), call = std::move(call), deliveries = m_deliveries] {
+        const vrq::PendingLimit::Leave leave(*deliveries);
         auto self = weak.lock();
         auto target = self ? self->controlDelegate() : nullptr;
         if (target)

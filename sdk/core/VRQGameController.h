@@ -16,6 +16,10 @@
 class VRQGamePlayer;
 class VRQVirtualMouseCursor;
 
+namespace vrq {
+class PendingLimit;
+}
+
 // Sends the player's keyboard, mouse and gamepad input to the remote game as
 // small JSON messages, and turns the remote side's input-related replies into
 // delegate calls. Outgoing operations may be called from any thread; with no
@@ -25,7 +29,7 @@ public:
     using IntResult = std::function<void(std::int32_t result)>;
     static constexpr std::size_t kCursorImageCacheLimit = 100;
 
-    VRQGameController() = default;
+    VRQGameController();
 
     std::shared_ptr<VRQGamePlayer> weakPlayer() const;
     void setWeakPlayer(std::weak_ptr<VRQGamePlayer> player);
@@ -82,6 +86,8 @@ private:
     std::optional<CursorImage> storeCursorImage(const std::string& key, const nlohmann::json& message);
     void sendCursorReply(const char* type, const std::string& key);
 
+    // Delegate calls asked for by server messages, waiting for the main thread.
+    const std::shared_ptr<vrq::PendingLimit> m_deliveries;
     mutable std::mutex m_mutex; // guards the members below
     std::weak_ptr<VRQGamePlayer> m_weakPlayer;
     std::weak_ptr<VRQGameControllerDelegate> m_controlDelegate;

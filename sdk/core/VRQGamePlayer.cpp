@@ -9,6 +9,7 @@
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/monitor/VRQSDKReport.h"
 #include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/PendingLimit.h"
 #include "vrq/platform/dispatch/Timer.h"
 #include "vrq/platform/services/Crypto.h"
 #include "vrq/platform/services/NotificationCenter.h"
@@ -16,6 +17,7 @@
 #include "vrq/rtc/VRQWebrtcClient.h"
 #include "vrq/utils/VRQHttpHelper.h"
 #include "vrq/utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQRedaction.h"
 #include "vrq/utils/VRQReachability.h"
 #include "vrq/utils/VRQRemoteSession.h"
 #include "vrq/utils/VRQSDKVersion.h"
@@ -113,6 +115,7 @@ void VRQGamePlayer::setLogger(VRQLogDelegate* logger, int minLevel)
 
 VRQGamePlayer::VRQGamePlayer(std::weak_ptr<VRQGamePlayerDelegate> delegate)
     : m_delegate(std::move(delegate))
+    , m_serverDeliveries(vrq::PendingLimit::make("server events for the host", vrq::PendingLimit::kMainDeliveries))
 {
 }
 
@@ -201,6 +204,17 @@ void VRQGamePlayer::postToMain(std::function<void(VRQGamePlayer&)> fn)
     });
 }
 
+void VRQGamePlayer::deliverToMain(std::function<void(VRQGamePlayer&)> fn)
+{
+    if (!m_serverDeliveries->tryEnter())
+        return;
+    vrq::dispatchMainAsync([weak = weak_from_this(), fn = std::move(fn), deliveries = m_serverDeliveries] {
+        const vrq::PendingLimit::Leave leave(*deliveries);
+        if (auto self = weak.lock())
+            fn(*self);
+    });
+}
+
 // MARK: - Lifecycle
 
 bool VRQGamePlayer::startGameWithRemoteSession(const std::string& remoteSession, VRQError* error)
@@ -217,14 +231,14 @@ bool VRQGamePlayer::startGameWithRemoteSession(const std::string& remoteSession,
     if (auto client = rtcClient())
         VRQ_LOG_UPLOAD(1, "start video decoder:%s", client->videoDecoderName().c_str());
     if (!session || session->empty()) {
-        VRQ_LOG(3, "start parse sdp answer error %s", decoded ? decoded->c_str() : remoteSession.c_str());
+        VRQ_LOG(3, "start parse sdp answer error %s", vrq_redactedText(decoded ? *decoded : remoteSession).c_str());
         return false;
     }
     const auto remote = VRQRemoteSession::fromDictionary(*session);
     if (remote.code != 0) {
         if (error)
             *error = sdkError(remote.code);
-        VRQ_LOG(3, "start sdp answer error %s", vrq_jsonText(*session).c_str());
+        VRQ_LOG(3, "start sdp answer error %s", vrq_redactedText(vrq_jsonText(*session)).c_str());
         return false;
     }
     if (!remote.metricKey.empty())
@@ -239,7 +253,7 @@ bool VRQGamePlayer::playGameWithRemoteSdp(const json& remoteSession)
 
 bool VRQGamePlayer::play(const VRQRemoteSession& remoteSession)
 {
-    VRQ_LOG(1, "playGameWithRemoteSdp:%s", vrq_jsonText(remoteSession.dictionary).c_str());
+    VRQ_LOG(1, "playGameWithRemoteSdp:%s", vrq_redactedText(vrq_jsonText(remoteSession.dictionary)).c_str());
     VRQSDKMonitor::sharedInstance().resetWithSession(remoteSession);
     const std::string& sdp = remoteSession.sdp;
     if (sdp.empty()) {

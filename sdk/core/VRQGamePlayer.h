@@ -28,6 +28,7 @@ class VRQWebrtClient;
 struct VRQRemoteSession;
 
 namespace vrq {
+class PendingLimit;
 class Timer;
 }
 
@@ -187,6 +188,9 @@ private:
 
     // Runs fn on the main thread if the player still exists then.
     void postToMain(std::function<void(VRQGamePlayer&)> fn);
+    // The same for what a server message asks of the host, within a limit:
+    // a peer that floods cannot pile up tasks on the main thread.
+    void deliverToMain(std::function<void(VRQGamePlayer&)> fn);
 
     // RTC client events.
     void onRectChangeOldSize(vrq::Size oldSize, vrq::Size newSize) override;
@@ -220,6 +224,7 @@ private:
 
     mutable std::mutex m_mutex; // guards the members below
     std::weak_ptr<VRQGamePlayerDelegate> m_delegate;
+    const std::shared_ptr<vrq::PendingLimit> m_serverDeliveries;
     std::weak_ptr<VRQGameArchiveDelegate> m_archiveDelegate;
     std::shared_ptr<VRQWebrtClient> m_rtcClient;
     VRQWeakDictionary<VRQGameMessageHandler> m_messageHandler;

@@ -9,6 +9,7 @@
 #include "vrq/rtc/VRQWebrtcClient.h"
 #include "vrq/utils/VRQHttpHelper.h"
 #include "vrq/utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQRedaction.h"
 #include "vrq/utils/VRQReachability.h"
 #include "vrq/utils/VRQRemoteSession.h"
 
@@ -67,7 +68,7 @@ void VRQGamePlayer::onReconnectAnswer(const std::string& body)
         // With the network down, wait: its return retries, or the connect timeout ends the session.
         if (VRQReachability::sharedInstance().currentReachabilityStatus() == VRQNotReachable)
             return;
-        VRQ_LOG(3, "result has no sdp %s", body.c_str());
+        VRQ_LOG(3, "result has no sdp %s", vrq_redactedText(body).c_str());
         failSession(10002);
         return;
     }

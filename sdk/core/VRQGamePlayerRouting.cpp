@@ -11,6 +11,7 @@
 #include "vrq/rtc/VRQWebrtcClient.h"
 #include "vrq/utils/VRQHttpHelper.h"
 #include "vrq/utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQRedaction.h"
 
 #include <charconv>
 
@@ -104,7 +105,7 @@ void VRQGamePlayer::onHbMessage(const json& message)
         const std::int64_t timestamp = vrq_longForKey(message, "timestamp", 0);
         const std::string token = vrq_stringForKey(message, "token", std::string()).value_or("");
         const auto rtt = static_cast<std::int32_t>(vrq::nowMs() - timestamp);
-        VRQ_LOG(0, "onHeartbeat rtt:%d token:%s", rtt, token.c_str());
+        VRQ_LOG(0, "onHeartbeat rtt:%d token:%s", rtt, vrq_redacted(token).c_str());
         VRQSDKMonitor::sharedInstance().updateRTT(rtt);
         VRQSDKMonitor::sharedInstance().updateToken(token);
     }
@@ -159,7 +160,7 @@ void VRQGamePlayer::onSvMessage(const json& message)
         const bool load = type == "archive_load_status";
         const std::int32_t status = vrq_intForKey(data, "status", 4);
         VRQ_LOG(1, "%s:%d", type.c_str(), status);
-        postToMain([load, status, data](VRQGamePlayer& self) {
+        deliverToMain([load, status, data](VRQGamePlayer& self) {
             auto target = self.archiveDelegate();
             if (!target)
                 return;
@@ -174,7 +175,7 @@ void VRQGamePlayer::onSvMessage(const json& message)
         const std::int32_t status = vrq_intForKey(data, "status", 1);
         VRQ_LOG(1, "game_start_complete:%d", status);
         if (status == 0) {
-            postToMain([](VRQGamePlayer& self) {
+            deliverToMain([](VRQGamePlayer& self) {
                 if (auto target = self.delegate())
                     vrqCallHost("onGameProcessRun", [&] { target->onGameProcessRun(); });
             });
@@ -201,7 +202,7 @@ void VRQGamePlayer::handleOrientationMessage(const json& message)
         m_videoOrientation = 1;
     else
         return;
-    postToMain([value = m_videoOrientation.load()](VRQGamePlayer& self) {
+    deliverToMain([value = m_videoOrientation.load()](VRQGamePlayer& self) {
         if (auto target = self.delegate())
             vrqCallHost("onVideoOrientationChanged", [&] { target->onVideoOrientationChanged(value); });
     });

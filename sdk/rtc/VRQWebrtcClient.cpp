@@ -4,6 +4,7 @@
 #include "vrq/log/VRQLog.h"
 #include "vrq/monitor/VRQSDKMonitor.h"
 #include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/PendingLimit.h"
 #include "vrq/platform/dispatch/Timer.h"
 #include "vrq/rtc/VRQSdkRtcDelegate.h"
 #include "vrq/rtc/VRQWebRTCDataHandler.h"
@@ -71,6 +72,7 @@ std::shared_ptr<VRQWebrtClient> VRQWebrtClient::create(const nlohmann::json& /*p
 
 VRQWebrtClient::VRQWebrtClient(VRQSdkRtcDelegate* delegate)
     : m_delegate(delegate)
+    , m_handlerBacklog(vrq::PendingLimit::make("messages for the data handlers", vrq::PendingLimit::kHandlerMessages))
 {
     // No engine debug output: the kit's own log lines say what happens.
     vrq::rtc::setEngineDebugLevel(4);
@@ -628,8 +630,11 @@ void VRQWebrtClient::dataChannelDidReceiveMessage(DataChannel& channel, const Da
     auto handler = handlerFor(label);
     if (!handler)
         return;
+    if (!m_handlerBacklog->tryEnter())
+        return;
     std::weak_ptr<VRQWebRTCDataHandler> weakHandler = handler;
-    vrq::dispatchGlobalAsync([weakHandler, buffer, label] {
+    vrq::dispatchGlobalAsync([weakHandler, buffer, label, backlog = m_handlerBacklog] {
+        const vrq::PendingLimit::Leave leave(*backlog);
         if (auto target = weakHandler.lock())
             target->onReceiveMsg(buffer, label);
     });

@@ -21,8 +21,9 @@ class VRQSdkRtcDelegate;
 class VRQWebRTCDataHandler;
 
 namespace vrq {
+class PendingLimit;
 class Timer;
-}
+} // namespace vrq
 
 // One WebRTC peer connection for one play session: the client always offers,
 // the game server answers. It owns the data channels by label, routes their
@@ -122,6 +123,8 @@ private:
 
     std::atomic<VRQSdkRtcDelegate*> m_delegate;
     std::shared_ptr<VRQGameVideoView> m_playView;
+    // Messages handed to the handlers' queue and not yet handled.
+    const std::shared_ptr<vrq::PendingLimit> m_handlerBacklog;
 
     mutable std::mutex m_mutex; // guards everything below: touched from the main and engine threads
     std::shared_ptr<vrq::rtc::PeerConnection> m_connection;

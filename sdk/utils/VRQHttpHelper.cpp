@@ -6,6 +6,7 @@
 #include "vrq/platform/services/HttpTransport.h"
 #include "vrq/utils/VRQDigest.h"
 #include "vrq/utils/VRQJsonHelpers.h"
+#include "vrq/utils/VRQRedaction.h"
 
 #include <cstdlib>
 #include <mutex>
@@ -56,22 +57,6 @@ std::string percentEncode(std::string_view value)
     return out;
 }
 
-// Hides the values of the query members that carry the session token.
-std::string redactedUrl(const std::string& url)
-{
-    std::string out = url;
-    for (const char* name : {"token=", "stream_id="}) {
-        for (auto at = out.find(name); at != std::string::npos; at = out.find(name, at + 1)) {
-            if (at > 0 && out[at - 1] != '?' && out[at - 1] != '&')
-                continue;
-            const auto begin = at + std::char_traits<char>::length(name);
-            const auto end = out.find('&', begin);
-            out.replace(begin, end == std::string::npos ? std::string::npos : end - begin, "***");
-        }
-    }
-    return out;
-}
-
 // Log lines and records may carry outside bytes that are not UTF-8: they are
 // sent replaced (U+FFFD) rather than losing the whole bulk.
 std::string jsonBytes(const nlohmann::json& dic)
@@ -91,11 +76,11 @@ void send(vrq::HttpRequest request, VRQHttpHelper::FinishBlock finishBlk, bool l
             try {
                 finishBlk(error, std::move(response.body));
             } catch (const std::exception& exception) {
-                VRQ_LOG(3, "completion of %s threw: %s", redactedUrl(url).c_str(), exception.what());
+                VRQ_LOG(3, "completion of %s threw: %s", vrq_redactedText(url).c_str(), exception.what());
             }
         }
         if (error && logFailure)
-            VRQ_LOG(2, "post url:%s failed:%s", redactedUrl(url).c_str(), error->toString().c_str());
+            VRQ_LOG(2, "post url:%s failed:%s", vrq_redactedText(url).c_str(), error->toString().c_str());
     });
 }
 
@@ -208,7 +193,7 @@ void VRQHttpHelper::postBulk(const char* path, const nlohmann::json& dic)
         }
     }
     if (!sig) {
-        VRQ_LOG(2, "Post exit no sig key:%s url:%s", key.c_str(), url.c_str());
+        VRQ_LOG(2, "Post exit no sig key:%s url:%s", vrq_redacted(key).c_str(), vrq_redactedText(url).c_str());
         return;
     }
     // The signed bytes are the bytes sent.

@@ -1,5 +1,6 @@
 #include "vrq/platform/engine/RtcDataChannelImpl_p.h"
 
+#include "vrq/platform/dispatch/PendingLimit.h"
 #include "vrq/platform/dispatch/SerialQueue.h"
 #include "vrq/platform/engine/RtcEngine_p.h"
 #include "vrq/platform/engine/RtcGst_p.h"
@@ -52,6 +53,8 @@ DataChannelImpl::DataChannelImpl(GstWebRTCDataChannel* channel, std::string labe
     , m_queue(std::move(queue))
     , m_self(std::make_shared<SelfGuard>(this))
     , m_observer(std::make_shared<ObserverGuard>())
+    , m_inbound(PendingLimit::make("data channel \"" + m_label + "\" messages from the peer", PendingLimit::kChannelMessages,
+                                   PendingLimit::kChannelBytes))
 {
 }
 
@@ -156,7 +159,12 @@ void DataChannelImpl::updateState()
 // the event is delivered, so one set inside an earlier event hears later ones.
 void DataChannelImpl::post(Event event, DataBuffer buffer)
 {
-    m_queue->async([self = m_self, observer = m_observer, event, buffer = std::move(buffer)] {
+    const std::size_t bytes = buffer.data.size();
+    if (event == Event::Message && !m_inbound->tryEnter(bytes))
+        return;
+    m_queue->async([self = m_self, observer = m_observer, inbound = m_inbound, event, buffer = std::move(buffer), bytes] {
+        if (event == Event::Message)
+            inbound->leave(bytes);
         auto channel = self->borrow();
         if (!channel)
             return;

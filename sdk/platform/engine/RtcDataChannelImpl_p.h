@@ -14,6 +14,7 @@
 #include <vector>
 
 namespace vrq {
+class PendingLimit;
 class SerialQueue;
 }
 
@@ -61,6 +62,7 @@ private:
     const std::shared_ptr<SerialQueue> m_queue;
     const std::shared_ptr<SelfGuard> m_self;
     const std::shared_ptr<ObserverGuard> m_observer;
+    const std::shared_ptr<PendingLimit> m_inbound; // messages waiting on the queue
     std::atomic<DataChannelState> m_state{DataChannelState::Connecting};
     std::mutex m_mutex;
     std::vector<gulong> m_handlers; // guarded by m_mutex
