@@ -1,6 +1,7 @@
 #include "vrq/platform/services/NetworkFlagsSource.h"
 
 #include "vrq/platform/dispatch/MainLoop.h"
+#include "vrq/platform/dispatch/SerialQueue.h"
 #include "vrq/platform/services/LogBackend.h"
 
 #include <gio/gio.h>
@@ -59,6 +60,8 @@ struct NetworkFlagsSource::Impl {
     std::uint32_t currentFlags();
     std::uint32_t measuredFlags();
     std::string primaryConnectionType();
+    void readConnectionTypeInBackground();
+    std::string readConnectionType();
     GDBusConnection* systemBus();
     void announceIfChanged(std::uint32_t flags);
     void notifyHandlers();
@@ -68,7 +71,11 @@ struct NetworkFlagsSource::Impl {
     std::optional<std::uint32_t> m_injectedFlags;
     std::optional<std::string> m_injectedTechnology;
     std::uint32_t m_announcedFlags = 0;
-    std::optional<std::string> m_connectionType; // cached until the next network change
+    std::optional<std::string> m_connectionType; // the last one read; "" until then
+    bool m_typeReadPending = false;              // a read is queued or running
+    int m_linkGeneration = 0;                    // counts network changes, so that a read knows it is stale
+    std::function<std::string()> m_typeReader;   // injected by tests; empty: NetworkManager
+    SerialQueue m_typeReads{"vrq.network-type"}; // where the connection type is read
     bool m_triedSystemBus = false;
     GDBusConnection* m_systemBus = nullptr;
     std::map<int, ChangeHandler> m_handlers;
@@ -98,8 +105,9 @@ void NetworkFlagsSource::Impl::onNetworkChanged(GNetworkMonitor*, gboolean, gpoi
     auto* impl = static_cast<Impl*>(data);
     {
         std::lock_guard lock(impl->m_mutex);
-        impl->m_connectionType.reset();
+        ++impl->m_linkGeneration;
     }
+    impl->readConnectionTypeInBackground();
     impl->announceIfChanged(impl->currentFlags());
 }
 
@@ -129,6 +137,8 @@ std::uint32_t NetworkFlagsSource::Impl::measuredFlags()
     return flagsFor(available, connectivity, available ? primaryConnectionType() : std::string());
 }
 
+// Never blocks: the last type read (the D-Bus call may take up to its
+// time-out, too long for the main thread), and a read started when none was.
 std::string NetworkFlagsSource::Impl::primaryConnectionType()
 {
     {
@@ -136,12 +146,50 @@ std::string NetworkFlagsSource::Impl::primaryConnectionType()
         if (m_connectionType)
             return *m_connectionType;
     }
+    readConnectionTypeInBackground();
+    return {};
+}
+
+// Reads the type on a thread of its own, again if the link changed meanwhile,
+// then announces the flags it gives when they changed.
+void NetworkFlagsSource::Impl::readConnectionTypeInBackground()
+{
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_typeReadPending)
+            return;
+        m_typeReadPending = true;
+    }
+    m_typeReads.async([this] {
+        for (;;) {
+            int generation = 0;
+            {
+                std::lock_guard lock(m_mutex);
+                generation = m_linkGeneration;
+            }
+            std::string type = readConnectionType();
+            std::lock_guard lock(m_mutex);
+            if (generation != m_linkGeneration)
+                continue;
+            m_connectionType = std::move(type);
+            m_typeReadPending = false;
+            break;
+        }
+        dispatchMainAsync([this] { announceIfChanged(currentFlags()); });
+    });
+}
+
+std::string NetworkFlagsSource::Impl::readConnectionType()
+{
+    std::function<std::string()> reader;
+    {
+        std::lock_guard lock(m_mutex);
+        reader = m_typeReader;
+    }
+    if (reader)
+        return reader();
     GDBusConnection* bus = systemBus();
-    // The D-Bus call runs without the lock: it may take up to its time-out.
-    std::string type = bus ? readPrimaryConnectionType(bus) : std::string();
-    std::lock_guard lock(m_mutex);
-    m_connectionType = type;
-    return type;
+    return bus ? readPrimaryConnectionType(bus) : std::string();
 }
 
 // The system bus, tried once: where there is none, there will not be one later.
@@ -265,6 +313,16 @@ void NetworkFlagsSource::injectFlags(std::optional<std::uint32_t> flags)
         m_impl->m_injectedFlags = flags;
     }
     m_impl->announceIfChanged(m_impl->currentFlags());
+}
+
+void NetworkFlagsSource::injectConnectionTypeReader(std::function<std::string()> reader)
+{
+    {
+        std::lock_guard lock(m_impl->m_mutex);
+        m_impl->m_typeReader = std::move(reader);
+        ++m_impl->m_linkGeneration;
+    }
+    m_impl->readConnectionTypeInBackground();
 }
 
 void NetworkFlagsSource::injectRadioAccessTechnology(std::optional<std::string> technology)

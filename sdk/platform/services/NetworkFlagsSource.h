@@ -37,6 +37,9 @@ inline constexpr const char* kNR = "NR";
 
 // The machine's link state as reachability flags, from GIO's network monitor
 // and, where NetworkManager answers on D-Bus, its primary connection type.
+// That type is read on a thread of its own (the call may take 300 ms), at
+// first use and after every network change; until a read ends the last type
+// read stands, and a read that changes the flags announces them.
 // Tests can inject flags and a radio technology; injected values win until cleared.
 // The shared instance lives for the whole process; every method is thread-safe.
 class NetworkFlagsSource {
@@ -66,6 +69,9 @@ public:
     // Test hooks. Injecting flags announces a change when the current flags differ.
     void injectFlags(std::optional<std::uint32_t> flags);
     void injectRadioAccessTechnology(std::optional<std::string> technology);
+    // Reads the link's connection type with this function (on the reading
+    // thread) from now on, as after a network change; empty: NetworkManager.
+    void injectConnectionTypeReader(std::function<std::string()> reader);
 
     struct Impl;
 

@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+
 #include <thread>
 #include <vector>
 
@@ -33,6 +36,7 @@ protected:
             m_source.removeChangeHandler(token);
         m_source.injectFlags(std::nullopt);
         m_source.injectRadioAccessTechnology(std::nullopt);
+        m_source.injectConnectionTypeReader(nullptr);
         drainMainLoop();
     }
 
@@ -94,6 +98,33 @@ TEST_F(NetworkFlagsSourceTest, HandlerRemovedDuringAnAnnouncementIsNotCalled)
     m_source.injectFlags(m_source.currentFlags() ^ vrq::kReachabilityFlagsIsWWAN);
     ASSERT_TRUE(vrq::runMainLoopUntil([&] { return called.size() >= 2; }, 5s));
     EXPECT_EQ(called, (std::vector<std::string>{"first", "third"}));
+}
+
+// Reading the link's type may take NetworkManager's whole time-out: it is
+// read on a thread of its own while the main thread goes on, and a type that
+// changes the flags is announced once it is known.
+TEST_F(NetworkFlagsSourceTest, TheConnectionTypeIsReadOffTheMainThread)
+{
+    std::atomic<int> reads{0};
+    std::atomic<bool> readOnMain{false};
+    std::atomic<bool> announced{false};
+    addHandler([&] { announced = true; });
+    m_source.injectConnectionTypeReader([&] {
+        readOnMain = readOnMain || vrq::isMainThread();
+        std::this_thread::sleep_for(300ms); // as slow as a NetworkManager that does not answer
+        ++reads;
+        return std::string("gsm");
+    });
+    const auto asked = std::chrono::steady_clock::now();
+    const std::uint32_t before = m_source.currentFlags();
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, 100ms);
+    ASSERT_TRUE(vrq::runMainLoopUntil([&] { return reads > 0; }, 3s));
+    EXPECT_FALSE(readOnMain);
+    // The type counts only where GIO sees a network at all.
+    if (before & vrq::kReachabilityFlagsReachable) {
+        EXPECT_TRUE(vrq::runMainLoopUntil([&] { return announced.load(); }, 3s));
+        EXPECT_EQ(m_source.currentFlags() & vrq::kReachabilityFlagsIsWWAN, vrq::kReachabilityFlagsIsWWAN);
+    }
 }
 
 TEST_F(NetworkFlagsSourceTest, RadioTechnologyIsUnknownUnlessInjected)
