@@ -265,6 +265,16 @@ void GameSession::addCloseHandler(std::function<void()> handler)
     handler();
 }
 
+void GameSession::statistics(std::function<void(vrq::StatsReport)> completion) const
+{
+    auto pc = connection();
+    if (!pc || isClosed()) {
+        completion({});
+        return;
+    }
+    pc->statistics(std::move(completion));
+}
+
 std::vector<std::string> GameSession::openChannels() const
 {
     std::map<std::string, std::shared_ptr<rtc::DataChannel>> channels;

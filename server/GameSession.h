@@ -101,6 +101,10 @@ public:
     void setLinkConditions(const LinkConditions& conditions) { m_link->setConditions(conditions); }
     LinkConditions linkConditions() const { return m_link->conditions(); }
     LinkImpairment::Counts linkCounts() const { return m_link->counts(); }
+    // The connection's standard statistics (e.g. "outbound-rtp" with the NACKs
+    // and key-frame requests the client sent), on the engine's thread; an
+    // empty report when the session is closed.
+    void statistics(std::function<void(vrq::StatsReport)> completion) const;
     // The line drawn over the scene (empty: none), e.g. the last input.
     void setSceneText(const std::string& text) { m_overlay->setText(text); }
     std::string sceneText() const { return m_overlay->text(); }
