@@ -26,9 +26,9 @@ GstElement* makeElement(const char* factory)
 
 // RTCP's share of the session's bandwidth sets how often reports, and the
 // NACKs they carry, go out; after an early report, a NACK waits for the next
-// regular one. Unset, the session assumes 64 kbit/s and reports every 0.4 to
-// 1 s, long after the packet a NACK asks for was given up. At this figure a
-// report goes out about every 40 ms, some 16 kbit/s.
+// regular one. Left to the session, reports went out every 0.4 to 1 s, long
+// after the packet a NACK asks for was given up; with this figure, about
+// every 40 ms (some 16 kbit/s).
 constexpr double kFeedbackBandwidth = 2e6;
 
 // The jitter buffer's session (session 0: every stream is bundled) sends its
@@ -427,7 +427,7 @@ void ReceiveBranch::jitterBufferOutput(GstBuffer* buffer)
     }
     if (!jitterBuffer)
         return;
-    RTC_LOG(logging::kInfo, "stream %u: jitter buffer latency %d ms (retransmissions take up to %d ms)", m_ssrc, *latency,
+    RTC_LOG(logging::kInfo, "stream %u: jitter buffer latency %d ms (retransmissions take about %d ms)", m_ssrc, *latency,
             m_retransmissionLatency->roundTripMs().value_or(0));
     g_object_set(jitterBuffer, "latency", static_cast<guint>(*latency), nullptr);
     gst_object_unref(jitterBuffer);
