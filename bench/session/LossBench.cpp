@@ -10,7 +10,9 @@
 //     taken over the last 30 gaps that were not freezes;
 //   - frames decoded: frames at the view / frames the server put on the wire;
 //   - NACKs: the kit's own count (its statistics report);
-//   - key-frame requests: the PLIs and FIRs the server received.
+//   - key-frame requests: the PLIs and FIRs the server's statistics count
+//     (its outbound-rtp "pliCount" and "firCount"; the kit's own count is not
+//     reachable through the player).
 // Usage: vrq-bench-loss [SECONDS per setting, default 30]
 #include "BenchFigures.h"
 #include "BenchPlayerHost.h"
@@ -217,7 +219,7 @@ void report(const char* name, const Figures& lossy, const Figures& clean)
     row("longest gap between frames", "ms", lossy.longestGapMs, clean.longestGapMs);
     row("frames decoded / sent", "", lossy.framesDecoded, clean.framesDecoded);
     row("NACKs sent by the kit", "", lossy.nacks, clean.nacks);
-    row("key-frame requests", "", lossy.keyFrameRequests, clean.keyFrameRequests);
+    row("key-frame requests (server's count)", "", lossy.keyFrameRequests, clean.keyFrameRequests);
 }
 
 } // namespace
