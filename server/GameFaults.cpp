@@ -37,16 +37,41 @@ std::optional<AnswerMode> modeNamed(const std::string& name)
     return std::nullopt;
 }
 
-std::optional<std::chrono::milliseconds> millisecondsParam(const httplib::Request& request)
+// A non-negative whole number; the fallback when the parameter is missing.
+std::optional<long long> integerParam(const httplib::Request& request, const char* name, long long fallback)
 {
-    if (!request.has_param("ms"))
-        return std::chrono::milliseconds(0);
-    const std::string text = request.get_param_value("ms");
+    if (!request.has_param(name))
+        return fallback;
+    const std::string text = request.get_param_value(name);
     char* end = nullptr;
     const long long value = std::strtoll(text.c_str(), &end, 10);
     if (text.empty() || *end != '\0' || value < 0)
         return std::nullopt;
-    return std::chrono::milliseconds(value);
+    return value;
+}
+
+std::optional<std::chrono::milliseconds> millisecondsParam(const httplib::Request& request)
+{
+    const auto value = integerParam(request, "ms", 0);
+    return value ? std::optional(std::chrono::milliseconds(*value)) : std::nullopt;
+}
+
+std::optional<LinkConditions> linkParams(const httplib::Request& request)
+{
+    double loss = 0.0;
+    if (request.has_param("loss")) {
+        const std::string text = request.get_param_value("loss");
+        char* end = nullptr;
+        loss = std::strtod(text.c_str(), &end);
+        if (text.empty() || *end != '\0')
+            return std::nullopt;
+    }
+    const auto delay = integerParam(request, "delay_ms", 0);
+    const auto jitter = integerParam(request, "jitter_ms", 0);
+    const auto seed = integerParam(request, "seed", 1);
+    if (!delay || !jitter || !seed || *seed > 0xffffffffLL)
+        return std::nullopt;
+    return LinkConditions::checked(loss, *delay, *jitter, static_cast<std::uint32_t>(*seed));
 }
 
 } // namespace
@@ -86,10 +111,33 @@ void GameFaults::setVideoFrozen(bool frozen)
             session->setVideoFrozen(false);
 }
 
+void GameFaults::setLinkConditions(const LinkConditions& conditions)
+{
+    std::lock_guard lock(m_mutex);
+    m_link = conditions;
+    if (!conditions.clean()) {
+        if (auto session = latestSession())
+            session->setLinkConditions(conditions);
+        return;
+    }
+    if (auto server = m_server.lock())
+        for (const auto& session : server->sessions())
+            session->setLinkConditions(conditions);
+}
+
+LinkConditions GameFaults::linkConditions() const
+{
+    std::lock_guard lock(m_mutex);
+    return m_link;
+}
+
 void GameFaults::applyTo(GameSession& session) const
 {
     if (m_videoFrozen.load())
         session.setVideoFrozen(true);
+    const LinkConditions link = linkConditions();
+    if (!link.clean())
+        session.setLinkConditions(link);
 }
 
 bool GameFaults::sendDisconnectCode(nlohmann::json code)
@@ -146,6 +194,12 @@ void GameFaults::install(httplib::Server& server)
         if (on)
             setVideoFrozen(*on);
         reply(response, on ? 0 : 400);
+    });
+    server.Post("/control/link", [this](const httplib::Request& request, httplib::Response& response) {
+        const auto conditions = linkParams(request);
+        if (conditions)
+            setLinkConditions(*conditions);
+        reply(response, conditions ? 0 : 400);
     });
     server.Post("/control/acks", [this](const httplib::Request& request, httplib::Response& response) {
         const auto on = switchParam(request);

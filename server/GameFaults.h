@@ -1,5 +1,7 @@
 #pragma once
 
+#include "LinkImpairment.h"
+
 #include <nlohmann/json.hpp>
 
 #include <atomic>
@@ -7,6 +9,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace httplib {
@@ -35,6 +38,8 @@ enum class AnswerMode {
 // and answers {"code":0}, 400 on bad parameters, 404 when there is no session):
 //   /control/drop                         dropPeer()
 //   /control/freeze?on=1|0                setVideoFrozen()
+//   /control/link?loss=F&delay_ms=N&jitter_ms=N&seed=N   setLinkConditions()
+//                                         (loss 0 to 1, times 0 to 10000; a missing value is 0, the seed 1)
 //   /control/disconnect?code=N            sendDisconnectCode() (N as JSON when it parses, else as text)
 //   /control/answers?mode=normal|refuse|delay&ms=N   setAnswerMode()
 //   /control/acks?on=1|0                  setAcksAnswered()
@@ -53,6 +58,10 @@ public:
     // channels go on) until unfrozen; unfreezing resumes every session.
     void setVideoFrozen(bool frozen);
     bool videoFrozen() const { return m_videoFrozen.load(); }
+    // The latest and every later session's video goes through a link with
+    // these conditions; a clean link applies to every session at once.
+    void setLinkConditions(const LinkConditions& conditions);
+    LinkConditions linkConditions() const;
     // Sends {"code": code} on the latest session's "hb"; false when it cannot.
     bool sendDisconnectCode(nlohmann::json code);
     // Sends {"type": type, "data": data} on the latest session's "sv"; false when it cannot.
@@ -68,7 +77,7 @@ public:
     void setAcksAnswered(bool answered) { m_acksAnswered.store(answered); }
     bool acksAnswered() const { return m_acksAnswered.load(); }
 
-    // For a session as it starts: the freeze in force.
+    // For a session as it starts: the freeze and the link in force.
     void applyTo(GameSession& session) const;
     void install(httplib::Server& server);
     // Ends delayed answers' waits at once, now and later.
@@ -84,6 +93,7 @@ private:
     mutable std::condition_variable m_shutdownSignal;
     AnswerMode m_answerMode = AnswerMode::Normal;
     std::chrono::milliseconds m_answerDelay{0};
+    LinkConditions m_link;
     bool m_shutdown = false;
 };
 

@@ -89,6 +89,7 @@ rtc::SendMedia GameSession::sendMedia() const
     // holds the detection state, not the session.
     media.seiText = [detect = m_rttDetect] { return detect->text(vrq::nowMs()); };
     media.sendVideo = [frozen = m_videoFrozen] { return !frozen->load(); };
+    media.videoWire = [link = m_link](const rtc::WirePacket& packet) { return link->decide(packet); };
     media.drawVideo = [overlay = m_overlay, pointer = m_pointer, gamepad = m_gamepad](rtc::VideoCanvas& canvas) {
         overlay->draw(canvas);
         GamepadOverlay::draw(gamepad->pad(), canvas);
@@ -262,6 +263,16 @@ void GameSession::addCloseHandler(std::function<void()> handler)
         }
     }
     handler();
+}
+
+void GameSession::statistics(std::function<void(vrq::StatsReport)> completion) const
+{
+    auto pc = connection();
+    if (!pc || isClosed()) {
+        completion({});
+        return;
+    }
+    pc->statistics(std::move(completion));
 }
 
 std::vector<std::string> GameSession::openChannels() const

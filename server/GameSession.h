@@ -2,6 +2,7 @@
 
 #include "ChannelMessageLog.h"
 #include "GamepadState.h"
+#include "LinkImpairment.h"
 #include "MediaLaunch.h"
 #include "PointerState.h"
 #include "RttDetectSei.h"
@@ -95,6 +96,15 @@ public:
     // freeze the video resumes at a keyframe.
     void setVideoFrozen(bool frozen) { m_videoFrozen->store(frozen); }
     bool isVideoFrozen() const { return m_videoFrozen->load(); }
+    // What the network does to the video on its way out (see LinkImpairment);
+    // clean until set. Retransmissions can recover what it loses.
+    void setLinkConditions(const LinkConditions& conditions) { m_link->setConditions(conditions); }
+    LinkConditions linkConditions() const { return m_link->conditions(); }
+    LinkImpairment::Counts linkCounts() const { return m_link->counts(); }
+    // The connection's standard statistics (e.g. "outbound-rtp" with the NACKs
+    // and key-frame requests the client sent), on the engine's thread; an
+    // empty report when the session is closed.
+    void statistics(std::function<void(vrq::StatsReport)> completion) const;
     // The line drawn over the scene (empty: none), e.g. the last input.
     void setSceneText(const std::string& text) { m_overlay->setText(text); }
     std::string sceneText() const { return m_overlay->text(); }
@@ -159,6 +169,7 @@ private:
     const std::shared_ptr<PointerState> m_pointer = std::make_shared<PointerState>();
     const std::shared_ptr<GamepadState> m_gamepad = std::make_shared<GamepadState>();
     const std::shared_ptr<std::atomic<bool>> m_videoFrozen = std::make_shared<std::atomic<bool>>(false);
+    const std::shared_ptr<LinkImpairment> m_link = std::make_shared<LinkImpairment>();
     ChannelMessageLog m_messageLog;
     std::atomic<vrq::rtc::PeerConnectionState> m_connectionState = vrq::rtc::PeerConnectionState::New;
     std::atomic<std::int64_t> m_lastHeartbeatMs = 0;

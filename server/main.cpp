@@ -3,8 +3,9 @@
 // and reconnects (on the reconnect port), plays the game to every session
 // (closing those that stop sending heartbeats), takes fault controls on
 // "/control/*", tells the latest session's touch and mouse input on
-// "GET /control/pointer" and ingests the signed metrics and logs. It runs
-// until SIGINT or SIGTERM.
+// "GET /control/pointer" and ingests the signed metrics and logs. With
+// --loss, --delay-ms or --jitter-ms every session's video crosses a link that
+// loses and delays packets (see LinkImpairment). It runs until SIGINT or SIGTERM.
 #include "ReferenceServer.h"
 
 #include "vrq/platform/dispatch/MainLoop.h"
@@ -26,6 +27,10 @@ void onSignal(int)
 
 struct Arguments {
     int idleTimeoutSeconds = 10;
+    double loss = 0.0;
+    int delayMs = 0;
+    int jitterMs = 0;
+    int linkSeed = 1;
     vrqserver::ReferenceServer::Options server;
 };
 
@@ -34,7 +39,8 @@ int usage()
     std::fprintf(stderr, "usage: vrq-game-server [--host 127.0.0.N] [--port N] [--reconnect-port N (7392)]\n"
                          "                       [--metric-key KEY] [--token TOKEN]\n"
                          "                       [--width W] [--height H] [--fps F] [--bitrate KBPS]\n"
-                         "                       [--idle-timeout SECONDS (0: never)]\n");
+                         "                       [--idle-timeout SECONDS (0: never)]\n"
+                         "                       [--loss FRACTION] [--delay-ms N] [--jitter-ms N] [--link-seed N]\n");
     return 2;
 }
 
@@ -45,6 +51,16 @@ bool setNumber(const char* text, int& value)
     if (end == text || *end != '\0' || number < 0 || number > 1000000)
         return false;
     value = static_cast<int>(number);
+    return true;
+}
+
+bool setFraction(const char* text, double& value)
+{
+    char* end = nullptr;
+    const double number = std::strtod(text, &end);
+    if (end == text || *end != '\0' || !(number >= 0.0 && number <= 1.0))
+        return false;
+    value = number;
     return true;
 }
 
@@ -72,6 +88,14 @@ bool setOption(Arguments& arguments, const std::string& name, const char* value)
         return setNumber(value, video.bitrateKbps) && video.bitrateKbps > 0;
     else if (name == "--idle-timeout")
         return setNumber(value, arguments.idleTimeoutSeconds);
+    else if (name == "--loss")
+        return setFraction(value, arguments.loss);
+    else if (name == "--delay-ms")
+        return setNumber(value, arguments.delayMs);
+    else if (name == "--jitter-ms")
+        return setNumber(value, arguments.jitterMs);
+    else if (name == "--link-seed")
+        return setNumber(value, arguments.linkSeed);
     else
         return false;
     return true;
@@ -97,13 +121,21 @@ int main(int argc, char** argv)
     const auto arguments = parse(argc, argv);
     if (!arguments)
         return usage();
+    const auto link = vrqserver::LinkConditions::checked(arguments->loss, arguments->delayMs, arguments->jitterMs,
+                                                         static_cast<std::uint32_t>(arguments->linkSeed));
+    if (!link)
+        return usage();
     auto server = vrqserver::ReferenceServer::start(arguments->server);
     if (!server)
         return 1; // it said why
+    server->faults().setLinkConditions(*link);
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
     std::printf("vrq-game-server: back end and metrics ingest at %s\n", server->origin().c_str());
     std::printf("vrq-game-server: reconnects on port %d of %s\n", server->reconnectPort(), server->options().host.c_str());
+    if (!link->clean())
+        std::printf("vrq-game-server: video link loses %.1f%% of packets, delays them %lld ms +- %lld ms\n", link->loss * 100.0,
+                    static_cast<long long>(link->delay.count()), static_cast<long long>(link->jitter.count()));
     std::fflush(stdout);
     while (!g_stop)
         vrq::runMainLoopUntil([] { return g_stop != 0; }, std::chrono::milliseconds(100));

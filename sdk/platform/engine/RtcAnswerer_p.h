@@ -6,9 +6,11 @@
 #include "vrq/platform/engine/RtcPeerConnection.h"
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace vrq::rtc {
@@ -21,6 +23,14 @@ struct VideoCanvas {
     int height = 0;
     std::array<std::uint8_t*, 3> planes{};
     std::array<int, 3> strides{};
+};
+
+// One video RTP packet on its way to the network.
+struct WirePacket {
+    // A retransmission of a packet sent before, rather than its first sending.
+    bool retransmission = false;
+    // The last packet of a video frame (the RTP marker bit), first sendings only.
+    bool endsFrame = false;
 };
 
 // What the answering side sends. Each branch is a GStreamer launch description
@@ -44,6 +54,12 @@ struct SendMedia {
     // on the streaming thread, to draw on it before it is encoded. Frames in
     // another format are passed on untouched.
     std::function<void(VideoCanvas& canvas)> drawVideo;
+    // Asked for every video RTP packet as it leaves for the network, after
+    // the retransmission buffer (so a packet lost here can still be
+    // retransmitted), on a streaming thread: how long to hold it back, or
+    // nothing to lose it. Held packets leave from a thread of their own, in
+    // the order they came. Unset, packets pass untouched.
+    std::function<std::optional<std::chrono::microseconds>(const WirePacket& packet)> videoWire;
 };
 
 // A connection that answers an offer and sends the media described.

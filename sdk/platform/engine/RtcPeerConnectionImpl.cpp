@@ -6,6 +6,7 @@
 #include "vrq/platform/engine/RtcDataChannelImpl_p.h"
 #include "vrq/platform/engine/RtcEngine_p.h"
 #include "vrq/platform/engine/RtcFaultInjection_p.h"
+#include "vrq/platform/engine/RtcRetransmission_p.h"
 #include "vrq/platform/engine/RtcSdpText_p.h"
 #include "vrq/platform/engine/RtcStatsCollector_p.h"
 #include "vrq/platform/engine/RtcStatsReader_p.h"
@@ -325,6 +326,7 @@ void PeerConnectionImpl::addRecvOnlyTransceiver(MediaType type)
         RTC_LOG(logging::kError, "webrtcbin refused a receive-only transceiver");
         return;
     }
+    requestRetransmissions(transceiver, type);
     gst_object_unref(transceiver);
     std::lock_guard lock(m_mutex);
     m_transceivers.push_back({type, TransceiverDirection::RecvOnly});

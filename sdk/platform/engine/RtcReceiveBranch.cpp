@@ -24,6 +24,28 @@ GstElement* makeElement(const char* factory)
     return element;
 }
 
+// RTCP's share of the session's bandwidth sets how often reports, and the
+// NACKs they carry, go out; after an early report, a NACK waits for the next
+// regular one. Left to the session, reports went out every 0.4 to 1 s, long
+// after the packet a NACK asks for was given up; with this figure, about
+// every 40 ms (some 16 kbit/s).
+constexpr double kFeedbackBandwidth = 2e6;
+
+// The jitter buffer's session (session 0: every stream is bundled) sends its
+// feedback often enough for retransmissions to arrive in time.
+void sendFeedbackSooner(GstElement* jitterBuffer)
+{
+    gst::ObjectPtr<GstObject> rtpbin{gst_object_get_parent(reinterpret_cast<GstObject*>(jitterBuffer))};
+    if (!rtpbin)
+        return;
+    GObject* session = nullptr;
+    g_signal_emit_by_name(rtpbin.get(), "get-internal-session", 0U, &session);
+    if (!session)
+        return;
+    g_object_set(session, "bandwidth", kFeedbackBandwidth, nullptr);
+    g_object_unref(session);
+}
+
 std::optional<std::uint16_t> rtpSequence(GstBuffer* buffer)
 {
     GstRTPBuffer rtp{};
@@ -153,9 +175,18 @@ void ReceiveBranch::attachJitterBuffer(GstElement* jitterBuffer)
             return;
         m_jitterBuffer = static_cast<GstElement*>(gst_object_ref(jitterBuffer));
     }
+    guint latency = 0;
+    g_object_get(jitterBuffer, "latency", &latency, nullptr);
+    sendFeedbackSooner(jitterBuffer);
+    m_retransmissionLatency = std::make_unique<RetransmissionLatency>(static_cast<int>(latency));
+    // Retransmissions are asked for gaps only: guessing when the next packet
+    // is due asks for every first packet of a frame that comes a little late.
+    g_object_set(jitterBuffer, "rtx-next-seqnum", FALSE, nullptr);
     const auto packets = static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST);
-    if (gst::ObjectPtr<GstPad> input{gst_element_get_static_pad(jitterBuffer, "sink")})
+    if (gst::ObjectPtr<GstPad> input{gst_element_get_static_pad(jitterBuffer, "sink")}) {
         addProbe(input.get(), packets, &ReceiveBranch::onJitterBufferInput);
+        addProbe(input.get(), GST_PAD_PROBE_TYPE_EVENT_UPSTREAM, &ReceiveBranch::onJitterBufferRequest);
+    }
     if (gst::ObjectPtr<GstPad> output{gst_element_get_static_pad(jitterBuffer, "src")})
         addProbe(output.get(), packets, &ReceiveBranch::onJitterBufferOutput);
 }
@@ -295,6 +326,7 @@ ReceiveBranch::Figures ReceiveBranch::figures(Clock::time_point now) const
     result.meter = m_meter.snapshot(now);
     result.width = m_width.load();
     result.height = m_height.load();
+    result.retransmittedPacketsReceived = m_retransmittedReceived.load();
     gst::ObjectPtr<GstElement> jitterBuffer;
     {
         std::lock_guard lock(m_mutex);
@@ -333,14 +365,72 @@ GstPadProbeReturn ReceiveBranch::meterJitterBufferPassage(GstPadProbeInfo* info,
     return GST_PAD_PROBE_OK;
 }
 
+// The retransmission receiver marks each packet it restores from a retransmission.
 GstPadProbeReturn ReceiveBranch::onJitterBufferInput(GstPad*, GstPadProbeInfo* info, gpointer data)
 {
+    if (Data::Entry self{data}) {
+        const auto now = Clock::now();
+        gst::forEachBuffer(info, [&](GstBuffer* buffer) {
+            if (!gst_buffer_has_flags(buffer, static_cast<GstBufferFlags>(GST_RTP_BUFFER_FLAG_RETRANSMISSION)))
+                return;
+            self->m_retransmittedReceived.fetch_add(1, std::memory_order_relaxed);
+            if (auto sequence = rtpSequence(buffer))
+                self->m_retransmissionLatency->retransmitted(*sequence, now);
+        });
+    }
     return meterJitterBufferPassage(info, data, &MediaMeter::jitterBufferInput);
 }
 
 GstPadProbeReturn ReceiveBranch::onJitterBufferOutput(GstPad*, GstPadProbeInfo* info, gpointer data)
 {
+    if (Data::Entry self{data})
+        gst::forEachBuffer(info, [&](GstBuffer* buffer) { self->jitterBufferOutput(buffer); });
     return meterJitterBufferPassage(info, data, &MediaMeter::jitterBufferOutput);
+}
+
+// The jitter buffer asks upstream for a retransmission with a custom event.
+GstPadProbeReturn ReceiveBranch::onJitterBufferRequest(GstPad*, GstPadProbeInfo* info, gpointer data)
+{
+    Data::Entry self{data};
+    GstEvent* event = gst::probeEvent(info);
+    if (!self || !event || GST_EVENT_TYPE(event) != GST_EVENT_CUSTOM_UPSTREAM ||
+        !gst_event_has_name(event, "GstRTPRetransmissionRequest"))
+        return GST_PAD_PROBE_OK;
+    guint sequence = 0;
+    if (gst_structure_get_uint(gst_event_get_structure(event), "seqnum", &sequence))
+        self->m_retransmissionLatency->requested(static_cast<std::uint16_t>(sequence), Clock::now());
+    return GST_PAD_PROBE_OK;
+}
+
+// A gap in the sequence leaving the buffer is a packet it gave up. Buffers
+// leave it with its lock released, so its latency can be set from here.
+void ReceiveBranch::jitterBufferOutput(GstBuffer* buffer)
+{
+    const auto sequence = rtpSequence(buffer);
+    if (!sequence)
+        return;
+    const auto now = Clock::now();
+    std::optional<int> latency;
+    if (m_lastOutput && static_cast<std::uint16_t>(*sequence - *m_lastOutput) > 1 &&
+        static_cast<std::uint16_t>(*sequence - *m_lastOutput) < 0x8000)
+        latency = m_retransmissionLatency->gaveUp(now);
+    else
+        latency = m_retransmissionLatency->elapsed(now);
+    m_lastOutput = sequence;
+    if (!latency)
+        return;
+    GstElement* jitterBuffer = nullptr;
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_jitterBuffer)
+            jitterBuffer = static_cast<GstElement*>(gst_object_ref(m_jitterBuffer));
+    }
+    if (!jitterBuffer)
+        return;
+    RTC_LOG(logging::kInfo, "stream %u: jitter buffer latency %d ms (retransmissions take about %d ms)", m_ssrc, *latency,
+            m_retransmissionLatency->roundTripMs().value_or(0));
+    g_object_set(jitterBuffer, "latency", static_cast<guint>(*latency), nullptr);
+    gst_object_unref(jitterBuffer);
 }
 
 GstPadProbeReturn ReceiveBranch::onParsedUnit(GstPad*, GstPadProbeInfo* info, gpointer data)

@@ -2,6 +2,7 @@
 
 #include "vrq/platform/engine/RtcCallbackGuard_p.h"
 #include "vrq/platform/engine/RtcMediaMeter_p.h"
+#include "vrq/platform/engine/RtcRetransmissionLatency_p.h"
 #include "vrq/platform/engine/RtcStartMarks_p.h"
 #include "vrq/platform/engine/RtcTypes.h"
 #include "vrq/platform/engine/RtcVideoFrame.h"
@@ -48,6 +49,8 @@ public:
         std::string decoder; // the decoder element's factory name
         std::optional<double> retransmissionRoundTripSeconds;
         std::optional<double> retransmissionRequests;
+        // Retransmitted packets that reached the jitter buffer, in time or late.
+        std::uint64_t retransmittedPacketsReceived = 0;
     };
 
     // The marks are shared with the connection: the branch records the first
@@ -60,7 +63,9 @@ public:
     unsigned ssrc() const { return m_ssrc; }
     std::optional<MediaType> media() const;
 
-    // Measures the time packets spend in this stream's jitter buffer.
+    // Measures the time packets spend in this stream's jitter buffer, and
+    // raises its latency while its lost packets are retransmitted too late
+    // (see RetransmissionLatency).
     void attachJitterBuffer(GstElement* jitterBuffer);
     // Builds the decoding elements in the pipeline and links the pad to them.
     bool build(GstElement* pipeline, GstPad* source, MediaType media, double volume);
@@ -84,6 +89,8 @@ private:
                                                       void (MediaMeter::*passage)(std::uint16_t, MediaMeter::Clock::time_point));
     static GstPadProbeReturn onJitterBufferInput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
     static GstPadProbeReturn onJitterBufferOutput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
+    static GstPadProbeReturn onJitterBufferRequest(GstPad* pad, GstPadProbeInfo* info, gpointer data);
+    void jitterBufferOutput(GstBuffer* buffer);
     static GstPadProbeReturn onParsedUnit(GstPad* pad, GstPadProbeInfo* info, gpointer data);
     static GstPadProbeReturn onSinkQuery(GstPad* pad, GstPadProbeInfo* info, gpointer data);
     static GstPadProbeReturn onDecoderInput(GstPad* pad, GstPadProbeInfo* info, gpointer data);
@@ -104,6 +111,10 @@ private:
     std::atomic<bool> m_firstFrameSeen{false};
     std::atomic<int> m_width{0};
     std::atomic<int> m_height{0};
+    std::atomic<std::uint64_t> m_retransmittedReceived{0};
+    // Set before the jitter buffer's probes exist; used from their threads.
+    std::unique_ptr<RetransmissionLatency> m_retransmissionLatency;
+    std::optional<std::uint16_t> m_lastOutput; // used on the jitter buffer's output thread only
 
     mutable std::mutex m_mutex;
     std::optional<MediaType> m_media;          // guarded by m_mutex

@@ -22,6 +22,7 @@ SendBranch::SendBranch(SendMedia media, PayloadTypes payloadTypes)
     , m_payloadTypes(payloadTypes)
     , m_guard(std::make_shared<Guard>(this))
     , m_parser(gst_h264_nal_parser_new())
+    , m_wire(m_media.videoWire ? std::make_unique<WireDelayLine>(m_media.videoWire, payloadTypes.video, payloadTypes.audio) : nullptr)
 {
 }
 
@@ -34,6 +35,8 @@ SendBranch::~SendBranch()
 void SendBranch::stop()
 {
     m_guard->reset(nullptr);
+    if (m_wire)
+        m_wire->stop();
     std::vector<Probe> probes;
     {
         std::lock_guard lock(m_mutex);
@@ -66,7 +69,8 @@ GstElement* SendBranch::buildBranch(const std::string& launch, const char* paylo
     return branch;
 }
 
-bool SendBranch::link(GstElement* pipeline, GstElement* webrtc, GstElement* branch, const char* sinkName, std::string& error)
+bool SendBranch::link(GstElement* pipeline, GstElement* webrtc, GstElement* branch, const char* sinkName, bool video,
+                      std::string& error)
 {
     gst_bin_add(gst::bin(pipeline), branch);
     gst::ObjectPtr<GstPad> sink{gst_element_request_pad_simple(webrtc, sinkName)};
@@ -75,11 +79,14 @@ bool SendBranch::link(GstElement* pipeline, GstElement* webrtc, GstElement* bran
         error = std::string("cannot link the sent media to webrtcbin's ") + sinkName;
         return false;
     }
-    // The pad's transceiver answers the offer's receive-only section: it only sends.
+    // The pad's transceiver answers the offer's receive-only section: it only
+    // sends. Video keeps its packets for retransmission when the receiver
+    // reports them lost (the answer then carries the offer's retransmission
+    // format); audio does not.
     GstWebRTCRTPTransceiver* transceiver = nullptr;
     g_object_get(sink.get(), "transceiver", &transceiver, nullptr);
     if (transceiver) {
-        g_object_set(transceiver, "direction", GST_WEBRTC_RTP_TRANSCEIVER_DIRECTION_SENDONLY, nullptr);
+        g_object_set(transceiver, "direction", GST_WEBRTC_RTP_TRANSCEIVER_DIRECTION_SENDONLY, "do-nack", video, nullptr);
         gst_object_unref(transceiver);
     }
     gst_element_sync_state_with_parent(branch);
@@ -113,11 +120,15 @@ bool SendBranch::attach(GstElement* pipeline, GstElement* webrtc, std::string& e
         addProbe(video, kPayloaderName, "sink", &SendBranch::onVideoAccessUnit);
     if (m_media.drawVideo)
         addProbe(video, SendMedia::kCanvasElement, "src", &SendBranch::onRawFrame);
-    if (!link(pipeline, webrtc, video, "sink_0", error)) {
+    if (!link(pipeline, webrtc, video, "sink_0", true, error)) {
         gst_object_unref(audio);
         return false;
     }
-    return link(pipeline, webrtc, audio, "sink_1", error);
+    if (!link(pipeline, webrtc, audio, "sink_1", false, error))
+        return false;
+    if (m_wire)
+        m_wire->attach(webrtc);
+    return true;
 }
 
 GstPadProbeReturn SendBranch::onVideoAccessUnit(GstPad* pad, GstPadProbeInfo* info, gpointer data)

@@ -120,6 +120,7 @@ std::vector<LegacyStatsReport> StatsCollector::legacy(const std::vector<StatsEnt
         out["bytesReceived"] = integerText(numberAt(values, "bytesReceived"));
         out["packetsLost"] = integerText(packetsLost(values));
         out["googNacksSent"] = integerText(nacksSent(values, stream));
+        out["packetsRetransmittedReceived"] = std::to_string(stream.retransmittedPacketsReceived);
         out["googJitterReceived"] = integerText(numberAt(values, "jitter") * 1000.0);
         out["googJitterBufferMs"] = integerText(meter.jitterBufferDelayMs);
         out["googDecodeMs"] = integerText(meter.averageDecodeMs);
@@ -162,6 +163,7 @@ StatsReport StatsCollector::standard(const std::vector<StatsEntry>& webrtc, cons
             {"totalDecodeTime", meter.totalDecodeSeconds},
             {"jitterBufferDelay", meter.totalJitterBufferDelaySeconds},
             {"jitterBufferEmittedCount", meter.jitterBufferEmitted},
+            {"retransmittedPacketsReceived", stream.retransmittedPacketsReceived},
         };
         if (*stream.media == MediaType::Video) {
             measured["framesPerSecond"] = meter.framesPerSecond;

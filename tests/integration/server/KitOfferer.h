@@ -110,6 +110,18 @@ public:
     }
 
     const PeerRecorder& events() const { return m_events; }
+    // The legacy "ssrc" report of the received video; nothing when there is none.
+    std::optional<std::map<std::string, std::string>> videoStatistics() const
+    {
+        rtc::Await<std::vector<vrq::LegacyStatsReport>> legacy;
+        m_connection->legacyStatistics(legacy.callback());
+        const auto reports = legacy.wait();
+        if (reports)
+            for (const auto& report : *reports)
+                if (report.values.count("mediaType") && report.values.at("mediaType") == "video")
+                    return report.values;
+        return std::nullopt;
+    }
     const rtc::FrameCounter& frames() const { return *m_frames; }
 
     void close()
