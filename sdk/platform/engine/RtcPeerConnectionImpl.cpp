@@ -1170,6 +1170,10 @@ GstBusSyncReply PeerConnectionImpl::onBusMessage(GstBus*, GstMessage* message, g
     default:
         break;
     }
+    // A sync handler that drops a message owns it: unreferenced here, or
+    // every message would keep its source element, and so the whole
+    // pipeline with its sockets and threads, alive after close.
+    gst_message_unref(message);
     return GST_BUS_DROP;
 }
 
