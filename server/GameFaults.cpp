@@ -129,6 +129,7 @@ bool GameFaults::admitAnswer() const
 
 void GameFaults::shutdown()
 {
+    m_flood.stop();
     {
         std::lock_guard lock(m_mutex);
         m_shutdown = true;
@@ -138,6 +139,7 @@ void GameFaults::shutdown()
 
 void GameFaults::install(httplib::Server& server)
 {
+    m_flood.install(server);
     server.Post("/control/drop", [this](const httplib::Request&, httplib::Response& response) {
         reply(response, dropPeer() ? 0 : 404);
     });

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "PeerFlood.h"
+
 #include <nlohmann/json.hpp>
 
 #include <atomic>
@@ -39,6 +41,7 @@ enum class AnswerMode {
 //   /control/answers?mode=normal|refuse|delay&ms=N   setAnswerMode()
 //   /control/acks?on=1|0                  setAcksAnswered()
 //   /control/sv   body {"type":..,"data":..}          sendServerEvent()
+//   /control/flood                        flood() (see PeerFlood)
 class GameFaults {
 public:
     // The longest an answer is delayed, whatever the mode asks.
@@ -57,6 +60,8 @@ public:
     bool sendDisconnectCode(nlohmann::json code);
     // Sends {"type": type, "data": data} on the latest session's "sv"; false when it cannot.
     bool sendServerEvent(const std::string& type, nlohmann::json data);
+    // Floods the latest session's channels (stopped by shutdown()).
+    PeerFlood& flood() { return m_flood; }
 
     void setAnswerMode(AnswerMode mode, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
     AnswerMode answerMode() const;
@@ -85,6 +90,7 @@ private:
     AnswerMode m_answerMode = AnswerMode::Normal;
     std::chrono::milliseconds m_answerDelay{0};
     bool m_shutdown = false;
+    PeerFlood m_flood{[this] { return latestSession(); }};
 };
 
 } // namespace vrqserver
