@@ -13,6 +13,7 @@
 
 #include "vrq/platform/dispatch/MainLoop.h"
 
+#include <glib.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -66,19 +67,40 @@ protected:
             ASSERT_TRUE(warmUp.ready());
             ASSERT_TRUE(warmUp.play()) << "the warm-up session did not play";
         }
-        m_baseline = ProcessFootprint::now();
+        m_baseline = settledFootprint();
         m_baselineFiles = openFiles();
         std::fprintf(stderr, "[ footprint ] before the fault: %s\n", describe(m_baseline).c_str());
     }
 
-    // After the faulty session was stopped and torn down. Threads that GLib
-    // and GStreamer keep for reuse end by themselves within 15 s of idleness.
+    // GLib keeps idle threads for reuse (GStreamer's streaming tasks run on
+    // them) and ends them after 15 s: they are asked to end now, and the count
+    // is taken once it held still for half a second (or after 5 s).
+    static ProcessFootprint settledFootprint()
+    {
+        g_thread_pool_stop_unused_threads();
+        ProcessFootprint last = ProcessFootprint::now();
+        auto stillSince = std::chrono::steady_clock::now();
+        vrq::runMainLoopUntil(
+            [&] {
+                const auto now = ProcessFootprint::now();
+                if (now.threads != last.threads || now.fds != last.fds) {
+                    last = now;
+                    stillSince = std::chrono::steady_clock::now();
+                    g_thread_pool_stop_unused_threads();
+                }
+                return std::chrono::steady_clock::now() - stillSince >= std::chrono::milliseconds(500);
+            },
+            std::chrono::seconds(5));
+        return last;
+    }
+
+    // After the faulty session was stopped and torn down.
     void expectNothingLeftBehind()
     {
         ProcessFootprint after;
         const bool settled = vrq::runMainLoopUntil(
             [&] {
-                after = ProcessFootprint::now();
+                after = settledFootprint();
                 return after.threads <= m_baseline.threads && after.fds <= m_baseline.fds;
             },
             std::chrono::seconds(20));
