@@ -177,6 +177,7 @@ bool GameFaults::admitAnswer() const
 
 void GameFaults::shutdown()
 {
+    m_flood.stop();
     {
         std::lock_guard lock(m_mutex);
         m_shutdown = true;
@@ -186,6 +187,7 @@ void GameFaults::shutdown()
 
 void GameFaults::install(httplib::Server& server)
 {
+    m_flood.install(server);
     server.Post("/control/drop", [this](const httplib::Request&, httplib::Response& response) {
         reply(response, dropPeer() ? 0 : 404);
     });

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LinkImpairment.h"
+#include "PeerFlood.h"
 
 #include <nlohmann/json.hpp>
 
@@ -44,6 +45,7 @@ enum class AnswerMode {
 //   /control/answers?mode=normal|refuse|delay&ms=N   setAnswerMode()
 //   /control/acks?on=1|0                  setAcksAnswered()
 //   /control/sv   body {"type":..,"data":..}          sendServerEvent()
+//   /control/flood                        flood() (see PeerFlood)
 class GameFaults {
 public:
     // The longest an answer is delayed, whatever the mode asks.
@@ -66,6 +68,8 @@ public:
     bool sendDisconnectCode(nlohmann::json code);
     // Sends {"type": type, "data": data} on the latest session's "sv"; false when it cannot.
     bool sendServerEvent(const std::string& type, nlohmann::json data);
+    // Floods the latest session's channels (stopped by shutdown()).
+    PeerFlood& flood() { return m_flood; }
 
     void setAnswerMode(AnswerMode mode, std::chrono::milliseconds delay = std::chrono::milliseconds(0));
     AnswerMode answerMode() const;
@@ -95,6 +99,7 @@ private:
     std::chrono::milliseconds m_answerDelay{0};
     LinkConditions m_link;
     bool m_shutdown = false;
+    PeerFlood m_flood{[this] { return latestSession(); }};
 };
 
 } // namespace vrqserver

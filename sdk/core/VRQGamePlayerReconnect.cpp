@@ -52,9 +52,17 @@ void VRQGamePlayer::requestNewRemoteSDP(const std::string& localSdp)
     const auto& report = VRQSDKMonitor::sharedInstance().currentSDKReport();
     VRQHttpHelper::requestNewRemoteSdpAtServerIp(
         report.serverIP(), report.token(), report.userID(), localSdp,
-        [weak = weak_from_this()](std::optional<VRQError>, std::string body) {
-            if (auto self = weak.lock())
-                self->onReconnectAnswer(body);
+        [weak = weak_from_this(), offer = localSdp](std::optional<VRQError>, std::string body) {
+            auto self = weak.lock();
+            if (!self)
+                return;
+            // Every attempt makes an offer of its own. An answer that comes back
+            // after a later attempt has sent its offer answers one the client no
+            // longer holds: played, it would take the place of the right answer.
+            const auto client = self->rtcClient();
+            if (!client || vrq_toJsonData(client->getClientSession()).value_or("") != offer)
+                return;
+            self->onReconnectAnswer(body);
         });
 }
 
