@@ -163,12 +163,17 @@ int churn(const Options& options, const ServerProcess& server)
         playersSince = 0;
     }
 
-    double rss = 0, threads = 0, descriptors = 0;
+    // Summed as integers and divided once, so that equal counts give a growth of exactly 0.
+    long rssKb = 0, threadSum = 0, descriptorSum = 0;
     for (int i = 0; i < kFirstPlayers; ++i) {
-        rss += samples[static_cast<std::size_t>(i)].resources.rssMb() / kFirstPlayers;
-        threads += static_cast<double>(samples[static_cast<std::size_t>(i)].resources.threads()) / kFirstPlayers;
-        descriptors += static_cast<double>(samples[static_cast<std::size_t>(i)].resources.descriptors()) / kFirstPlayers;
+        const ProcessResources& resources = samples[static_cast<std::size_t>(i)].resources;
+        rssKb += resources.rssKb;
+        threadSum += resources.threads();
+        descriptorSum += resources.descriptors();
     }
+    const double rss = static_cast<double>(rssKb) / 1024.0 / kFirstPlayers;
+    const double threads = static_cast<double>(threadSum) / kFirstPlayers;
+    const double descriptors = static_cast<double>(descriptorSum) / kFirstPlayers;
     const Sample& last = samples.back();
     const Sample& tenth = samples[kFirstPlayers - 1];
     const double rssGrowth = last.resources.rssMb() - rss;
@@ -184,6 +189,15 @@ int churn(const Options& options, const ServerProcess& server)
     std::printf("%-44s anon %+.2f MB, heap in use %+.2f MB against player 10\n", "  of which",
                 static_cast<double>(last.resources.anonKb - tenth.resources.anonKb) / 1024.0,
                 static_cast<double>(last.resources.heapKb - tenth.resources.heapKb) / 1024.0);
+    // A leak grows with every player; memory the allocator keeps after a
+    // warm-up does not: the second half tells them apart.
+    const Sample* middle = &samples[kFirstPlayers - 1];
+    for (const Sample& sample : samples)
+        if (sample.players <= last.players / 2)
+            middle = &sample;
+    std::printf("%-44s after %d %.1f MB, after %d %.1f MB: %+.2f MB\n", "RSS over the second half", middle->players,
+                middle->resources.rssMb(), last.players, last.resources.rssMb(),
+                last.resources.rssMb() - middle->resources.rssMb());
     std::printf("%-44s mean of the first ten %.1f, after %d %d: %+.1f (target: no growth: %s)\n", "threads", threads,
                 last.players, last.resources.threads(), threadGrowth, threadGrowth <= 0 ? "met" : "MISSED");
     std::printf("%-44s mean of the first ten %.1f, after %d %d: %+.1f (target: no growth: %s)\n", "descriptors", descriptors,
