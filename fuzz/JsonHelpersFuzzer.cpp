@@ -85,8 +85,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     const auto dictionary = vrq_dictionaryWithJsonObject(bytes);
     const int depth = vrq_jsonNestingDepth(bytes);
-    // Deeper text is refused before it is parsed.
-    if (depth > kVRQMaxJsonNesting) {
+    // Deeper text, and bytes with a zero byte, are refused before they are parsed.
+    if (depth > kVRQMaxJsonNesting || bytes.find('\0') != std::string_view::npos) {
         FUZZ_CHECK(!dictionary);
         return 0;
     }

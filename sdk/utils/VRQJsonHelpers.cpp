@@ -120,7 +120,9 @@ int vrq_jsonNestingDepth(std::string_view text)
 
 std::optional<json> vrq_dictionaryWithJsonObject(std::string_view bytes)
 {
-    if (vrq_jsonNestingDepth(bytes) > kVRQMaxJsonNesting)
+    // A zero byte is never part of JSON text, but the parser would take it for
+    // the end of the text and accept what came before it.
+    if (bytes.find('\0') != std::string_view::npos || vrq_jsonNestingDepth(bytes) > kVRQMaxJsonNesting)
         return std::nullopt;
     json parsed = json::parse(bytes, nullptr, false);
     if (!parsed.is_object())

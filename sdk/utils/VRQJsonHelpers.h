@@ -23,7 +23,8 @@ inline constexpr int kVRQMaxJsonNesting = 64;
 // A JSON object is returned as it is; a JSON string is parsed as JSON text
 // (binary values as JSON bytes). The result is the parsed value when it is an
 // object, otherwise nothing (also for text nested deeper than
-// kVRQMaxJsonNesting). Note that "{}" gives an empty dictionary.
+// kVRQMaxJsonNesting, and for bytes with a zero byte anywhere, which is no
+// JSON text). Note that "{}" gives an empty dictionary.
 std::optional<nlohmann::json> vrq_dictionaryWithJsonObject(const nlohmann::json& object);
 std::optional<nlohmann::json> vrq_dictionaryWithJsonObject(std::string_view bytes);
 inline std::optional<nlohmann::json> vrq_dictionaryWithJsonObject(const std::string& bytes)

@@ -46,6 +46,8 @@ TEST(VRQJsonConversionTest, DictionaryFromJsonValues)
     const json object = {{"type", "hb"}};
     EXPECT_EQ(vrq_dictionaryWithJsonObject(object), object);
     EXPECT_EQ(vrq_dictionaryWithJsonObject(json::binary({'{', '}'})), json::object());
+    // The parser alone would stop at the zero byte and accept the object before it.
+    EXPECT_EQ(vrq_dictionaryWithJsonObject(std::string_view("{\"a\":1}\0{", 9)), std::nullopt);
     EXPECT_EQ(vrq_dictionaryWithJsonObject(json(5)), std::nullopt);
 }
 
