@@ -71,7 +71,7 @@ void VRQGamePlayer::onReconnectAnswer(const std::string& body)
     // An answer for a session that has ended since (or moved on) is dropped.
     if (!std::exchange(m_awaitingReconnectAnswer, false) || gameStatus() != VRQGameStatusReconnecting)
         return;
-    const auto answer = VRQRemoteSession::fromDictionary(vrq_dictionaryWithJsonObject(body).value_or(json::object()));
+    const auto answer = VRQRemoteSession::fromJsonText(body);
     if (answer.sdp.empty()) {
         // With the network down, wait: its return retries, or the connect timeout ends the session.
         if (VRQReachability::sharedInstance().currentReachabilityStatus() == VRQNotReachable)

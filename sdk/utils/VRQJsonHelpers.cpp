@@ -1,5 +1,6 @@
 #include "vrq/utils/VRQJsonHelpers.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -88,14 +89,41 @@ std::optional<json> vrq_dictionaryWithJsonObject(const json& object)
         return vrq_dictionaryWithJsonObject(std::string_view(object.get_ref<const std::string&>()));
     if (object.is_binary()) {
         const auto& bytes = object.get_binary();
-        json parsed = json::parse(bytes.begin(), bytes.end(), nullptr, false);
-        return parsed.is_object() ? std::optional<json>(std::move(parsed)) : std::nullopt;
+        return vrq_dictionaryWithJsonObject(
+            std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()));
     }
     return std::nullopt;
 }
 
+int vrq_jsonNestingDepth(std::string_view text)
+{
+    int depth = 0;
+    int deepest = 0;
+    bool inString = false;
+    for (std::size_t at = 0; at < text.size(); ++at) {
+        const char c = text[at];
+        if (inString) {
+            if (c == '\\')
+                ++at;
+            else if (c == '"')
+                inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            deepest = std::max(deepest, ++depth);
+        } else if (c == ']' || c == '}') {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
 std::optional<json> vrq_dictionaryWithJsonObject(std::string_view bytes)
 {
+    // A zero byte is never part of JSON text, but the parser would take it for
+    // the end of the text and accept what came before it.
+    if (bytes.find('\0') != std::string_view::npos || vrq_jsonNestingDepth(bytes) > kVRQMaxJsonNesting)
+        return std::nullopt;
     json parsed = json::parse(bytes, nullptr, false);
     if (!parsed.is_object())
         return std::nullopt;

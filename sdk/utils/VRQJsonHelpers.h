@@ -12,9 +12,19 @@
 // these functions throws or logs: a failure gives std::nullopt or the default.
 // All are pure and safe to call from any thread on values nobody mutates.
 
+// How deep arrays and objects nest in JSON text, strings skipped: 0 for a
+// scalar, 1 for {"a":1}. A look at the bytes only, before parsing them.
+int vrq_jsonNestingDepth(std::string_view text);
+// JSON text nested deeper than this is not parsed: the server's messages are a
+// few levels deep, and copying, comparing or writing a value recurses once a
+// level, so that a hostile message of nested brackets would exhaust the stack.
+inline constexpr int kVRQMaxJsonNesting = 64;
+
 // A JSON object is returned as it is; a JSON string is parsed as JSON text
 // (binary values as JSON bytes). The result is the parsed value when it is an
-// object, otherwise nothing. Note that "{}" gives an empty dictionary.
+// object, otherwise nothing (also for text nested deeper than
+// kVRQMaxJsonNesting, and for bytes with a zero byte anywhere, which is no
+// JSON text). Note that "{}" gives an empty dictionary.
 std::optional<nlohmann::json> vrq_dictionaryWithJsonObject(const nlohmann::json& object);
 std::optional<nlohmann::json> vrq_dictionaryWithJsonObject(std::string_view bytes);
 inline std::optional<nlohmann::json> vrq_dictionaryWithJsonObject(const std::string& bytes)

@@ -29,3 +29,16 @@ VRQRemoteSession VRQRemoteSession::fromDictionary(const nlohmann::json& dictiona
     session.dictionary = dictionary;
     return session;
 }
+
+VRQRemoteSession VRQRemoteSession::fromJsonText(std::string_view text)
+{
+    return fromDictionary(vrq_dictionaryWithJsonObject(text).value_or(nlohmann::json::object()));
+}
+
+std::optional<std::string> VRQRemoteSession::experienceSessionText(std::string_view answer)
+{
+    const nlohmann::json result = vrq_dictionaryWithJsonObject(answer).value_or(nlohmann::json::object());
+    if (vrq_intForKey(result, "Code", -1) != 0)
+        return std::nullopt;
+    return vrq_stringForKey(result, "ServerSession", std::string()).value_or("");
+}

@@ -3,7 +3,9 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 
 // The back end's remote session (or a reconnect's answer), read once into the
 // values the kit uses of it. Each member has the value the typed getters give
@@ -24,4 +26,12 @@ struct VRQRemoteSession {
     nlohmann::json dictionary = nlohmann::json::object();
 
     static VRQRemoteSession fromDictionary(const nlohmann::json& dictionary);
+    // A reconnect's answer: the JSON text of the object. Text that is no JSON
+    // object reads as an empty one (no "sdp").
+    static VRQRemoteSession fromJsonText(std::string_view text);
+    // The remote-session text of the back end's answer to an experience code,
+    // {"Code": 0, "ServerSession": "..."}: nothing when "Code" is not the
+    // number 0 (or the answer no JSON object), an empty text when
+    // "ServerSession" is missing or not a string.
+    static std::optional<std::string> experienceSessionText(std::string_view answer);
 };

@@ -7,6 +7,7 @@
 #include "vrq/VRQVKey/button/model/VRQVStickButtonModel.h"
 #include "vrq/VRQVKey/button/model/VRQVTriggerButtonModel.h"
 #include "vrq/log/VRQLog.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <algorithm>
 #include <set>
@@ -100,29 +101,6 @@ void addComposites(Table& table)
     composite("trigger_rt_max", VRQVTriggerButtonModel::staticModelClass(), &VRQVTriggerButton::initWithModel, true);
 }
 
-// How deep arrays and objects nest in JSON text, strings skipped.
-int nestingDepth(std::string_view text)
-{
-    int depth = 0;
-    int deepest = 0;
-    bool inString = false;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const char c = text[at];
-        if (inString) {
-            if (c == '\\')
-                ++at;
-            else if (c == '"')
-                inString = false;
-        } else if (c == '"') {
-            inString = true;
-        } else if (c == '[' || c == '{') {
-            deepest = std::max(deepest, ++depth);
-        } else if (c == ']' || c == '}') {
-            --depth;
-        }
-    }
-    return deepest;
-}
 
 // Members a layout author may have misspelt: those no property reads.
 void logUnreadMembers(const json& object, const VRQModelClass& modelClass, const std::string& key)
@@ -160,7 +138,7 @@ const VRQVButtonInfo* VRQVGamePadFactory::buttonInfo(std::string_view name)
 
 std::optional<std::vector<std::shared_ptr<VRQVBaseButtonModel>>> VRQVGamePadFactory::parseJsonCfg(std::string_view text)
 {
-    if (nestingDepth(text) > kMaxNesting) {
+    if (vrq_jsonNestingDepth(text) > kMaxNesting) {
         VRQ_LOG(2, "parseJsonCfg failed:layout nested deeper than %d levels", kMaxNesting);
         return std::nullopt;
     }

@@ -71,8 +71,7 @@ struct VRQVTriggerButton::Ramp {
 };
 
 VRQVTriggerButton::VRQVTriggerButton()
-    : m_msgTimeQueue(std::make_unique<vrq::SerialQueue>("vrq.trigger"))
-    , m_ramp(std::make_shared<Ramp>())
+    : m_ramp(std::make_shared<Ramp>())
 {
 }
 
@@ -117,6 +116,10 @@ void VRQVTriggerButton::sendClickInstruction(bool isDown)
         std::lock_guard lock(m_ramp->mutex);
         m_ramp->sender = msgSender();
     }
+    // The ramp's queue (a thread) is made at the first press: a layout holds
+    // triggers that are never touched, and a layout may be loaded often.
+    if (!m_msgTimeQueue)
+        m_msgTimeQueue = std::make_unique<vrq::SerialQueue>("vrq.trigger");
     std::weak_ptr<Ramp> weakRamp = m_ramp;
     auto timer = vrq::Timer::onQueue(
         *m_msgTimeQueue, kTickInterval, true,

@@ -46,7 +46,37 @@ TEST(VRQJsonConversionTest, DictionaryFromJsonValues)
     const json object = {{"type", "hb"}};
     EXPECT_EQ(vrq_dictionaryWithJsonObject(object), object);
     EXPECT_EQ(vrq_dictionaryWithJsonObject(json::binary({'{', '}'})), json::object());
+    // The parser alone would stop at the zero byte and accept the object before it.
+    EXPECT_EQ(vrq_dictionaryWithJsonObject(std::string_view("{\"a\":1}\0{", 9)), std::nullopt);
     EXPECT_EQ(vrq_dictionaryWithJsonObject(json(5)), std::nullopt);
+}
+
+// A value nested kVRQMaxJsonNesting deep, as object and array levels.
+std::string nestedText(int depth, const std::string& innermost)
+{
+    std::string text = "{\"a\":";
+    for (int level = 1; level < depth; ++level)
+        text += "[";
+    text += innermost;
+    for (int level = 1; level < depth; ++level)
+        text += "]";
+    return text + "}";
+}
+
+TEST(VRQJsonConversionTest, TextNestedDeeperThanTheLimitIsNoDictionary)
+{
+    // Brackets inside strings, escaped quotes included, are not levels.
+    EXPECT_EQ(vrq_jsonNestingDepth(R"({"a":"[[{\"[","b":[{}]})"), 3);
+    EXPECT_EQ(vrq_jsonNestingDepth("12"), 0);
+    const std::string deepest = nestedText(kVRQMaxJsonNesting, "\"[[\"");
+    EXPECT_EQ(vrq_jsonNestingDepth(deepest), kVRQMaxJsonNesting);
+    EXPECT_TRUE(vrq_dictionaryWithJsonObject(deepest).has_value());
+    const std::string tooDeep = nestedText(kVRQMaxJsonNesting + 1, "1");
+    EXPECT_EQ(vrq_dictionaryWithJsonObject(tooDeep), std::nullopt);
+    EXPECT_EQ(vrq_dictionaryWithJsonObject(json::binary(std::vector<std::uint8_t>(tooDeep.begin(), tooDeep.end()))),
+              std::nullopt);
+    // Thousands of levels, which copying the parsed value would recurse through.
+    EXPECT_EQ(vrq_dictionaryWithJsonObject(nestedText(100000, "1")), std::nullopt);
 }
 
 TEST(VRQJsonConversionTest, ToJsonDataIsCompactAndRefusesEmptyMessages)

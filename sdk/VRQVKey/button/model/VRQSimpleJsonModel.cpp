@@ -3,6 +3,7 @@
 #include "vrq/VRQVKey/button/VRQVGamePadFactory.h"
 #include "vrq/VRQVKey/button/model/VRQVBaseButtonModel.h"
 #include "vrq/log/VRQLog.h"
+#include "vrq/utils/VRQJsonHelpers.h"
 
 #include <algorithm>
 
@@ -90,6 +91,11 @@ const VRQModelClass& VRQSimpleJsonModel::staticModelClass()
 std::shared_ptr<VRQSimpleJsonModel> VRQSimpleJsonModel::fillFromString(const VRQModelClass& modelClass,
                                                                        std::string_view text, VRQError* error)
 {
+    if (vrq_jsonNestingDepth(text) > kVRQMaxJsonNesting) {
+        if (error)
+            *error = VRQError{"JSONParser", 0, "JSON text nested too deeply", {}};
+        return nullptr;
+    }
     json parsed;
     try {
         parsed = json::parse(text);
