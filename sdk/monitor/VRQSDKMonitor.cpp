@@ -21,6 +21,18 @@
 
 namespace {
 
+// Times from the wire may be anything: sums and differences wrap in 64 bits
+// as the server's arithmetic does, rather than overflow.
+std::int64_t wrappingSum(std::int64_t a, std::int64_t b)
+{
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(b));
+}
+
+std::int64_t wrappingDifference(std::int64_t a, std::int64_t b)
+{
+    return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) - static_cast<std::uint64_t>(b));
+}
+
 constexpr int kPlatform = 2;
 constexpr std::int64_t kInvaildTs = -99999;
 
@@ -296,11 +308,11 @@ void VRQSDKMonitor::updateTotalTrans(const std::string& text)
             received = vrq::nowMs();
         } else {
             // A missing "r" is not caught here: only a sum equal to the sentinel stops.
-            received = vrq_longForKey(element, "r", kInvaildTs) + base;
+            received = wrappingSum(vrq_longForKey(element, "r", kInvaildTs), base);
             if (received == kInvaildTs)
                 return;
         }
-        const std::int64_t sent = s + base;
+        const std::int64_t sent = wrappingSum(s, base);
         const std::string id = vrq_stringForKey(element, "id", std::string()).value_or("");
         if (id == "cli") {
             cliSend = sent;
@@ -314,7 +326,8 @@ void VRQSDKMonitor::updateTotalTrans(const std::string& text)
         return;
     // The 32-bit result goes into the unsigned field as it is: a negative time
     // wraps, and the server reads it in that form.
-    const auto total = static_cast<std::int32_t>((cliRecv - cliSend) - (srvSend - srvRecv));
+    const auto total = static_cast<std::int32_t>(
+        wrappingDifference(wrappingDifference(cliRecv, cliSend), wrappingDifference(srvSend, srvRecv)));
     m_reportObj->setTotalTransMS(static_cast<std::uint64_t>(static_cast<std::int64_t>(total)));
 }
 
