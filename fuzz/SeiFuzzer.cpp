@@ -25,19 +25,6 @@ namespace {
 std::atomic<int> gOutstanding{0};
 constexpr int kMaxOutstanding = 256;
 
-// The text after its first three characters (UTF-8 sequences), as the
-// decoder's entry point hands a detection reply to the monitor.
-std::string afterThreeCharacters(const std::string& text)
-{
-    std::size_t at = 0;
-    for (int dropped = 0; dropped < 3 && at < text.size(); ++dropped) {
-        ++at;
-        while (at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80)
-            ++at;
-    }
-    return text.substr(at);
-}
-
 // The unit's bytes after the start code with the emulation-prevention bytes
 // taken out; checks that no start code can be seen inside it.
 std::vector<std::uint8_t> unescaped(const std::vector<std::uint8_t>& unit)
@@ -85,14 +72,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     // The evaluation itself, here and now, of the text the decoder's entry
     // point passes on, so that a reply that breaks it is caught with its input.
     auto& monitor = VRQSDKMonitor::sharedInstance();
-    const std::string reply = afterThreeCharacters(text);
-    if (text.find("rtt_detect") == std::string::npos && gOutstanding.load() == 0) {
+    if (const auto reply = VRQWebrtClient::seiDetection(data, size)) {
+        monitor.updateTotalTrans(*reply);
+    } else if (gOutstanding.load() == 0) {
         // A text that is not a detection reply leaves the measured time as it was.
         const auto before = monitor.currentSDKReport().totalTransMS();
-        monitor.updateTotalTrans(reply);
+        monitor.updateTotalTrans(text);
         FUZZ_CHECK(monitor.currentSDKReport().totalTransMS() == before);
-    } else {
-        monitor.updateTotalTrans(reply);
     }
 
     // Then through the decoder's entry point, which evaluates a detection

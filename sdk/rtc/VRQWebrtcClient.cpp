@@ -556,14 +556,22 @@ void VRQWebrtClient::h264InfoFromSdp(const std::string& sdp, std::string& profil
     }
 }
 
-void VRQWebrtClient::onSEIData(const std::uint8_t* data, std::size_t length)
+std::optional<std::string> VRQWebrtClient::seiDetection(const std::uint8_t* data, std::size_t length)
 {
     if (!data || length == 0)
-        return;
+        return std::nullopt;
     const std::string text(reinterpret_cast<const char*>(data), length);
     if (text.find("rtt_detect") == std::string::npos)
+        return std::nullopt;
+    return withoutFirstThreeCharacters(text);
+}
+
+void VRQWebrtClient::onSEIData(const std::uint8_t* data, std::size_t length)
+{
+    auto detection = seiDetection(data, length);
+    if (!detection)
         return;
-    vrq::dispatchGlobalAsync([detection = withoutFirstThreeCharacters(text)] {
+    vrq::dispatchGlobalAsync([detection = std::move(*detection)] {
         VRQSDKMonitor::sharedInstance().updateTotalTrans(detection);
     });
 }

@@ -72,6 +72,9 @@ public:
     // SEI payload from the decoder: a "rtt_detect" text goes, minus its first
     // three characters, to the monitor on a background queue.
     static void onSEIData(const std::uint8_t* data, std::size_t length);
+    // The detection reply that onSEIData hands the monitor; nothing for a
+    // payload that is not one.
+    static std::optional<std::string> seiDetection(const std::uint8_t* data, std::size_t length);
 
     std::shared_ptr<VRQGameVideoView> playView() const { return m_playView; }
     void setPlayView(std::shared_ptr<VRQGameVideoView> view);
