@@ -10,6 +10,7 @@
 // is taken.
 #include "integration/core/PlayerSession.h"
 #include "support/LoopbackAddress.h"
+#include "support/Sanitizers.h"
 
 #include "vrq/platform/dispatch/MainLoop.h"
 

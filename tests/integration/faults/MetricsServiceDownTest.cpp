@@ -190,7 +190,9 @@ TEST_F(MetricsServiceDownTest, EveryBulkIsPostedOnceMemoryStaysFlatAndStoppingDo
     const auto peak = *std::max_element(rssKb.begin() + 4, rssKb.end());
     std::fprintf(stderr, "[ measured  ] resident memory: %zu MiB at 5 s, peak %zu MiB, %zu MiB at the end\n", rssKb[4] / 1024,
                  peak / 1024, rssKb.back() / 1024);
-    EXPECT_LT(peak - rssKb[4], 16u * 1024) << "resident memory grew while the uploads failed";
+    if (vrqtest::kResidentMemoryIsMeaningful) {
+        EXPECT_LT(peak - rssKb[4], 16u * 1024) << "resident memory grew while the uploads failed";
+    }
     expectNothingLeftBehind();
     expectANewSessionPlays();
 }

@@ -71,7 +71,7 @@ TEST_F(PeerFloodTest, TenThousandMessagesASecondForTenSecondsLeaveTheSessionAnsw
         ASSERT_TRUE(flood.start({{"sv", "km"}, 10000, 10s}));
         std::size_t peak = before;
         const auto started = std::chrono::steady_clock::now();
-        while (flood.progress().running && std::chrono::steady_clock::now() - started < 30s) {
+        while (flood.progress().running && std::chrono::steady_clock::now() - started < vrqtest::slowed(30s)) {
             session.settle(250ms);
             peak = std::max(peak, vrqtest::ProcessFootprint::now().rssKb);
         }
@@ -99,7 +99,9 @@ TEST_F(PeerFloodTest, TenThousandMessagesASecondForTenSecondsLeaveTheSessionAnsw
                                                   << " save statuses reached the host, and nothing said they were dropped";
         }
         EXPECT_LE(archive->loads(), svSent);
-        EXPECT_LT(peak - before, 64u * 1024) << "resident memory grew by " << (peak - before) / 1024 << " MiB";
+        if (vrqtest::kResidentMemoryIsMeaningful) {
+            EXPECT_LT(peak - before, 64u * 1024) << "resident memory grew by " << (peak - before) / 1024 << " MiB";
+        }
 
         // The session still answers: an acknowledged request makes its round trip.
         EXPECT_EQ(session.player->gameStatus(), VRQGameStatusPlaying);

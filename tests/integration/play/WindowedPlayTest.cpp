@@ -3,6 +3,7 @@
 // shows the letterboxed video with the on-screen gamepad over it.
 #include "support/ChildProcess.h"
 #include "support/LoopbackAddress.h"
+#include "support/Sanitizers.h"
 #include "support/TempHome.h"
 #include "support/XServer.h"
 
@@ -18,6 +19,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
+#include <string>
+#include <vector>
 
 #ifdef VRQ_TOOL_vrq_play
 
@@ -180,9 +183,12 @@ TEST_F(WindowedPlayTest, InputReachesTheGameAndTheWindowShowsVideoAndGamepad)
     const auto snapshot = m_home.path() / "window.png";
     // The pointer starts on the left bar, where it is not on the remote screen.
     m_x.movePointer(80, 360);
-    vrqtest::ChildProcess app({"/usr/bin/env", "DISPLAY=" + m_x.name(), "VRQ_HOME=" + m_home.path().string(),
-                               VRQ_TOOL_vrq_play, "--server", m_server->origin(), "--layout", "pad", "--duration", "8",
-                               "--events", "json", "--snapshot", snapshot.string(), "--replay", replay.string()});
+    std::vector<std::string> command{"/usr/bin/env", "DISPLAY=" + m_x.name(), "VRQ_HOME=" + m_home.path().string()};
+    if (vrqtest::kDrawingChildSanitizerOptions)
+        command.emplace_back(vrqtest::kDrawingChildSanitizerOptions);
+    command.insert(command.end(), {VRQ_TOOL_vrq_play, "--server", m_server->origin(), "--layout", "pad", "--duration", "8",
+                                   "--events", "json", "--snapshot", snapshot.string(), "--replay", replay.string()});
+    vrqtest::ChildProcess app(command);
     ASSERT_TRUE(vrq::runMainLoopUntil([&] { return printed(app, "first_frame") || app.outputEnded(); }, 15s));
     ASSERT_TRUE(printed(app, "window")) << "no window was opened";
 
