@@ -10,11 +10,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "vrq/platform/dispatch/MainLoop.h"
+
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <mutex>
 #include <optional>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -115,6 +118,24 @@ public:
     {
         std::lock_guard lock(m_mutex);
         return m_ended;
+    }
+
+    // The first capture of a printed line that matches the pattern, waiting on
+    // the main loop until one is printed, the output ends or the time is up;
+    // "" when none was.
+    std::string waitForMatch(const std::regex& pattern, std::chrono::milliseconds timeout)
+    {
+        std::string found;
+        vrq::runMainLoopUntil(
+            [&] {
+                std::smatch match;
+                for (const auto& line : lines())
+                    if (std::regex_search(line, match, pattern))
+                        found = match[1];
+                return !found.empty() || outputEnded();
+            },
+            timeout);
+        return found;
     }
 
 private:

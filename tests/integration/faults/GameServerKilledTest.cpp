@@ -22,15 +22,7 @@ TEST_F(GameServerKilledTest, TheSessionEndsWith10002AndANewOnePlays)
         vrqtest::TempHome home;
         vrqtest::ChildProcess server({VRQ_TOOL_vrq_game_server, "--host", vrqtest::loopbackAddress(), "--port", "0"});
         ASSERT_TRUE(server.started());
-        const std::regex announced("at (http://[0-9.]+:[0-9]+)");
-        std::string origin;
-        ASSERT_TRUE(vrq::runMainLoopUntil([&] {
-            std::smatch match;
-            for (const auto& line : server.lines())
-                if (std::regex_search(line, match, announced))
-                    origin = match[1];
-            return !origin.empty() || server.outputEnded();
-        }, 20s));
+        const std::string origin = server.waitForMatch(std::regex("at (http://[0-9.]+:[0-9]+)"), 20s);
         ASSERT_FALSE(origin.empty()) << "the server never said where it listens";
 
         vrqtest::CapturingLogDelegate logs;

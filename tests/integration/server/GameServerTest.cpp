@@ -281,15 +281,7 @@ TEST(GameServerBinaryTest, ServesASessionAndStopsOnSigterm)
     vrqtest::ChildProcess server({binary.string(), "--host", vrqtest::loopbackAddress(), "--port", "0", "--width", "320", "--height",
                                   "240", "--fps", "30", "--metric-key", "binary-key"});
     ASSERT_TRUE(server.started());
-    const std::regex announced("at (http://127\\.0\\.0\\.[0-9]+:[0-9]+)");
-    std::string origin;
-    ASSERT_TRUE(waitUntil([&] {
-        std::smatch match;
-        for (const auto& line : server.lines())
-            if (std::regex_search(line, match, announced))
-                origin = match[1];
-        return !origin.empty() || server.outputEnded();
-    }, 20s));
+    const std::string origin = server.waitForMatch(std::regex("at (http://127\\.0\\.0\\.[0-9]+:[0-9]+)"), 20s);
     ASSERT_FALSE(origin.empty()) << "the server never said where it listens";
 
     vrqtest::KitOfferer client;
